@@ -1,0 +1,42 @@
+# dbfile: build, test and demo. Missing Debian packages are installed first.
+BUILD    ?= build
+JOBS     ?= $(shell nproc 2>/dev/null || echo 2)
+PACKAGES := cmake g++ make pkg-config liblmdb-dev libgtest-dev libgmock-dev \
+            libbenchmark-dev libsqlite3-dev libxml2-dev
+
+.PHONY: all deps release demo test bench install clean
+
+all: release
+
+deps:
+	@missing=""; \
+	for p in $(PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:$$missing"; \
+	  if [ "$$(id -u)" -ne 0 ]; then SUDO=sudo; else SUDO=; fi; \
+	  $$SUDO apt-get update -qq && $$SUDO env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	fi
+
+release: deps
+	cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release -DDBFILE_TESTS=OFF
+	cmake --build $(BUILD)/release -j $(JOBS)
+
+demo: release
+	$(BUILD)/release/examples/recman_walkthrough
+
+# The test build runs with AddressSanitizer and UndefinedBehaviorSanitizer.
+test: deps
+	cmake -S . -B $(BUILD)/test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDBFILE_SANITIZE=ON
+	cmake --build $(BUILD)/test -j $(JOBS)
+	cd $(BUILD)/test && ctest --output-on-failure -j $(JOBS)
+
+bench: release
+	$(BUILD)/release/bench/recman_bench --benchmark_counters_tabular=true
+
+install: release
+	cmake --install $(BUILD)/release --prefix $(or $(PREFIX),/usr/local)
+
+clean:
+	rm -rf $(BUILD)

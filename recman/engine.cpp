@@ -1,0 +1,408 @@
+#include "recman/engine.h"
+
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include "recman/bytes.h"
+#include "recman/recman.h"
+#include "recman/status.h"
+
+namespace recman {
+
+namespace {
+
+constexpr uint32_t kBlockMagic = 0x42504D52;  // "RMPB"
+constexpr int kWriterSlotWaitMs = 50;
+constexpr auto kRetryPause = std::chrono::milliseconds(2);
+constexpr auto kIdleSnapshot = std::chrono::seconds(1);
+
+using Clock = std::chrono::steady_clock;
+std::atomic<int64_t> g_lastCall{0};
+
+int64_t NowTicks() {
+    return Clock::now().time_since_epoch().count();
+}
+
+int LockWaitMs() {
+    const char* s = std::getenv("RECMAN_LOCK_WAIT_MS");
+    if (!s || !*s) return 10000;
+    char* end;
+    long v = std::strtol(s, &end, 10);
+    return (*end || v < 0) ? 10000 : int(std::min<long>(v, 24L * 3600 * 1000));
+}
+
+uint32_t NewToken() {
+    std::random_device rd;
+    uint32_t t = rd() ^ uint32_t(::getpid());
+    return t ? t : 1;
+}
+
+}  // namespace
+
+bool Request::IsChange() const {
+    switch (op) {
+        case RM_INSERT:
+        case RM_UPDATE:
+        case RM_DELETE:
+        case RM_SET_OWNER:
+        case RM_CLEAR_OWNER:
+        case RM_CREATE_INDEX:
+        case RM_DROP_INDEX:
+            return true;
+        default:
+            return false;
+    }
+}
+
+size_t ClientKeyHash::operator()(const ClientKey& k) const {
+    uint64_t a, b;
+    std::memcpy(&a, k.data(), 8);
+    std::memcpy(&b, k.data() + 8, 8);
+    return std::hash<uint64_t>()(a * 31 + b);
+}
+
+void ForkPrepare() {
+    Engine::Instance().mu_.lock();
+}
+void ForkParent() {
+    Engine::Instance().mu_.unlock();
+}
+void ForkChild() {
+    Engine& e = Engine::Instance();
+    new (&e.mu_) std::mutex;  // the child's only thread is not the one that locked it
+    e.forked_ = true;
+}
+
+Engine& Engine::Instance() {
+    // Never destroyed: calls may still arrive while the process exits.
+    static Engine* e = new Engine;
+    return *e;
+}
+
+Engine::Engine() : token_(NewToken()) {
+    pthread_atfork(ForkPrepare, ForkParent, ForkChild);
+    std::thread([this] {
+        for (;;) {
+            std::this_thread::sleep_for(kIdleSnapshot);
+            ReleaseIdleSnapshots();
+        }
+    }).detach();
+}
+
+void Engine::ReleaseIdleSnapshots() {
+    std::lock_guard<std::mutex> lk(mu_);
+    if (forked_) return;
+    if (Clock::duration(NowTicks() - g_lastCall.load()) < kIdleSnapshot) return;
+    for (auto& [id, weak] : envs_)
+        if (auto env = weak.lock()) env->ReleaseSnapshot();
+}
+
+void Engine::AfterFork() {
+    // Everything open belongs to the parent: leave its descriptors, locks and
+    // storage handles alone and start afresh.
+    for (auto& h : handles_) {
+        if (!h) continue;
+        h->Abandon();
+        if (h->env) h->env->Abandon();
+        (void)h.release();
+    }
+    for (auto& [id, weak] : envs_)
+        if (auto env = weak.lock()) env->Abandon();
+    handles_.clear();
+    freeHandles_.clear();
+    envs_.clear();
+    clients_.clear();
+    lastClient_ = nullptr;
+    token_ = NewToken();
+    forked_ = false;
+    std::thread([this] {
+        for (;;) {
+            std::this_thread::sleep_for(kIdleSnapshot);
+            ReleaseIdleSnapshots();
+        }
+    }).detach();
+}
+
+bool Engine::Decode(uint16_t op, Request& r) {
+    if (op >= 1000) {
+        if (op != RM_CONCURRENT + RM_BEGIN_TRANSACTION) return false;
+        r.op = RM_BEGIN_TRANSACTION;
+        r.concurrent = true;
+        return true;
+    }
+    uint16_t base = op % 100, bias = uint16_t(op - base);
+    if (bias > RM_LOCK_MULTI_NOWAIT) return false;
+    if (base >= RM_GET_EQUAL + RM_KEY_ONLY && base <= RM_GET_LAST + RM_KEY_ONLY) {
+        if (bias) return false;
+        r.keyOnly = true;
+        base = uint16_t(base - RM_KEY_ONLY);
+    }
+    if (bias) {
+        bool lockable = (base >= RM_GET_EQUAL && base <= RM_GET_LAST) || base == RM_GET_DIRECT ||
+                        base == RM_STEP_NEXT ||
+                        (base >= RM_STEP_FIRST && base <= RM_STEP_PREVIOUS_EXTENDED);
+        if (!lockable) return false;
+    }
+    r.op = base;
+    r.lock = bias;
+    return true;
+}
+
+int16_t Engine::Call(uint16_t op, void* pos, void* data, uint32_t* dataLen, void* key,
+                     uint8_t keyLen, int8_t keyNum, const uint8_t* clientId) {
+    Request r;
+    if (!Decode(op, r)) return RM_INVALID_OPERATION;
+    r.pos = static_cast<uint8_t*>(pos);
+    r.data = static_cast<uint8_t*>(data);
+    r.dataLen = dataLen;
+    r.key = static_cast<uint8_t*>(key);
+    r.keyLen = keyLen;
+    r.keyNum = keyNum;
+
+    std::unique_lock<std::mutex> lk(mu_);
+    if (forked_) AfterFork();
+    r.client = ClientFor(clientId);
+    Clock::time_point deadline{};
+    bool waiting = false;
+    for (;;) {
+        Status st = Dispatch(r);
+        if (st >= 0) {
+            g_lastCall.store(NowTicks());
+            return int16_t(st);
+        }
+        if (!waiting) {
+            int ms = 0;
+            if (st == kBlockedByWriter && r.IsChange())
+                ms = kWriterSlotWaitMs;
+            else if (r.Waits())
+                ms = LockWaitMs();
+            deadline = Clock::now() + std::chrono::milliseconds(ms);
+            waiting = true;
+        }
+        if (Clock::now() >= deadline) return RM_RECORD_LOCKED;
+        lk.unlock();
+        std::this_thread::sleep_for(kRetryPause);
+        lk.lock();
+        if (forked_) AfterFork();
+        r.client = ClientFor(clientId);
+    }
+}
+
+Status Engine::Dispatch(Request& r) {
+    switch (r.op) {
+        case RM_OPEN:
+            return Open(r);
+        case RM_CLOSE:
+            return Close(r);
+        case RM_INSERT:
+            return Insert(r);
+        case RM_UPDATE:
+            return Update(r);
+        case RM_DELETE:
+            return Delete(r);
+        case RM_GET_EQUAL:
+        case RM_GET_NEXT:
+        case RM_GET_PREVIOUS:
+        case RM_GET_GREATER:
+        case RM_GET_GREATER_OR_EQUAL:
+        case RM_GET_LESS:
+        case RM_GET_LESS_OR_EQUAL:
+        case RM_GET_FIRST:
+        case RM_GET_LAST:
+            return GetKeyed(r);
+        case RM_CREATE:
+            return Create(r);
+        case RM_STAT:
+            return Stat(r);
+        case RM_GET_POSITION:
+            return GetPosition(r);
+        case RM_GET_DIRECT:
+            return GetDirect(r);
+        case RM_STEP_NEXT:
+        case RM_STEP_FIRST:
+        case RM_STEP_LAST:
+        case RM_STEP_PREVIOUS:
+            return Step(r);
+        case RM_STOP:
+            return Stop(r);
+        case RM_VERSION:
+            return Version(r);
+        case RM_UNLOCK:
+            return Unlock(r);
+        case RM_RESET:
+            return Reset(r);
+        case RM_SET_OWNER:
+            return SetOwner(r);
+        case RM_CLEAR_OWNER:
+            return ClearOwner(r);
+        default:
+            return RM_INVALID_OPERATION;
+    }
+}
+
+Client* Engine::ClientFor(const uint8_t* id) {
+    ClientKey key{};
+    if (id) std::memcpy(key.data(), id, key.size());
+    if (lastClient_ && lastClient_->key == key) return lastClient_;
+    auto& slot = clients_[key];
+    if (!slot) {
+        slot = std::make_unique<Client>();
+        slot->key = key;
+    }
+    lastClient_ = slot.get();
+    return lastClient_;
+}
+
+Handle* Engine::HandleOf(const Request& r, Status& st) {
+    if (!r.pos) {
+        st = RM_POSITION_BLOCK_MISSING;
+        return nullptr;
+    }
+    st = RM_FILE_NOT_OPEN;
+    if (LoadLe32(r.pos) != kBlockMagic || LoadLe32(r.pos + 4) != token_) return nullptr;
+    uint32_t number = LoadLe32(r.pos + 8);
+    if (number == 0 || number > handles_.size()) return nullptr;
+    Handle* h = handles_[number - 1].get();
+    if (!h || h->generation != LoadLe32(r.pos + 12) || h->client != r.client) return nullptr;
+    st = RM_OK;
+    return h;
+}
+
+void Engine::CloseHandle(Handle* h) {
+    auto& list = h->client->handles;
+    list.erase(std::remove(list.begin(), list.end(), h), list.end());
+    uint32_t number = h->number;
+    handles_[number - 1].reset();
+    freeHandles_.push_back(number);
+}
+
+void Engine::ResetClient(Client& c) {
+    while (!c.handles.empty())
+        CloseHandle(c.handles.back());
+}
+
+Status Engine::AcquireEnv(const std::string& path, std::shared_ptr<FileEnv>& out) {
+    struct stat sb {};
+    if (::stat(path.c_str(), &sb) != 0)
+        return (errno == ENOENT || errno == ENOTDIR) ? RM_FILE_NOT_FOUND : RM_IO_ERROR;
+    auto id = std::make_pair(sb.st_dev, sb.st_ino);
+    auto it = envs_.find(id);
+    if (it != envs_.end()) {
+        if ((out = it->second.lock())) return RM_OK;
+        envs_.erase(it);
+    }
+    std::unique_ptr<FileEnv> env;
+    if (Status st = FileEnv::Open(path, env)) return st;
+    out = std::shared_ptr<FileEnv>(std::move(env));
+    envs_[std::make_pair(out->device(), out->inode())] = out;
+    return RM_OK;
+}
+
+bool Engine::FileInUse(const std::string& path) {
+    struct stat sb {};
+    if (::stat(path.c_str(), &sb) != 0) return false;
+    auto it = envs_.find(std::make_pair(sb.st_dev, sb.st_ino));
+    if (it != envs_.end() && !it->second.expired()) return true;
+    LockFile probe;
+    if (!probe.Open(path)) return false;
+    return !probe.TryLock(kOpenLockByte, true);
+}
+
+Status Engine::ReadTxn(Handle& h, MDB_txn*& txn, bool& shared) {
+    shared = true;
+    return h.env->Snapshot(txn);
+}
+
+void Engine::SyncCursors(Handle& h) {
+    if (h.cursorGen == h.env->generation()) return;
+    MDB_txn* txn = nullptr;
+    if (h.env->Snapshot(txn) != RM_OK) {
+        h.CloseCursors();
+        return;
+    }
+    if (h.idxCursor) {
+        bool live = false;
+        for (const KeyDef& k : h.env->def().keys)
+            live = live || k.id == h.idxCursorId;
+        if (!live || mdb_cursor_renew(txn, h.idxCursor) != 0) {
+            mdb_cursor_close(h.idxCursor);
+            h.idxCursor = nullptr;
+        }
+    }
+    if (h.recCursor && mdb_cursor_renew(txn, h.recCursor) != 0) {
+        mdb_cursor_close(h.recCursor);
+        h.recCursor = nullptr;
+    }
+    h.idxAtCurrency = h.recAtCurrency = false;
+    h.cursorGen = h.env->generation();
+}
+
+Status Engine::IndexCursor(Handle& h, MDB_txn* txn, bool shared, const KeyDef& key,
+                           CursorRef& out) {
+    MDB_dbi dbi = h.env->Index(key.id);
+    if (dbi == 0) return RM_IO_ERROR;
+    if (!shared) {
+        out.temp = true;
+        return StatusOf(mdb_cursor_open(txn, dbi, &out.c));
+    }
+    SyncCursors(h);
+    if (h.idxCursor && h.idxCursorId != key.id) {
+        mdb_cursor_close(h.idxCursor);
+        h.idxCursor = nullptr;
+    }
+    if (!h.idxCursor) {
+        if (int rc = mdb_cursor_open(txn, dbi, &h.idxCursor)) {
+            h.idxCursor = nullptr;
+            return StatusOf(rc);
+        }
+        h.idxCursorId = key.id;
+        h.idxAtCurrency = false;
+    }
+    out.c = h.idxCursor;
+    return RM_OK;
+}
+
+Status Engine::RecordCursor(Handle& h, MDB_txn* txn, bool shared, CursorRef& out) {
+    if (!shared) {
+        out.temp = true;
+        return StatusOf(mdb_cursor_open(txn, h.env->records(), &out.c));
+    }
+    SyncCursors(h);
+    if (!h.recCursor) {
+        if (int rc = mdb_cursor_open(txn, h.env->records(), &h.recCursor)) {
+            h.recCursor = nullptr;
+            return StatusOf(rc);
+        }
+        h.recAtCurrency = false;
+    }
+    out.c = h.recCursor;
+    return RM_OK;
+}
+
+Status Engine::TakeLock(Handle& h, uint32_t address, uint16_t bias) {
+    LockKind kind = (bias == RM_LOCK_SINGLE_WAIT || bias == RM_LOCK_SINGLE_NOWAIT)
+                        ? LockKind::Single
+                        : LockKind::Multiple;
+    if (h.lockKind != LockKind::None && h.lockKind != kind) return RM_INCOMPATIBLE_LOCK;
+    if (h.Holds(address)) return RM_OK;
+    if (!h.lock.TryLock(kRecordLockBase + address, true)) return kBlockedByLock;
+    if (kind == LockKind::Single) h.ReleaseAllLocks();  // the next locking read frees it
+    h.locks.push_back(address);
+    h.lockKind = kind;
+    return RM_OK;
+}
+
+Status Engine::CheckNotLockedByOther(Handle& h, uint32_t address) {
+    return h.lock.HeldByOther(kRecordLockBase + address, true) ? kBlockedByLock : RM_OK;
+}
+
+}  // namespace recman

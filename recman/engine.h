@@ -1,0 +1,153 @@
+// The engine behind BTRCALLID: one per process. Every call runs under one
+// process-wide mutex; a call that meets a lock or a busy writer slot gives the
+// mutex up while it waits and then runs again from the start.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "recman/fileenv.h"
+#include "recman/handle.h"
+#include "recman/recman.h"
+#include "recman/status.h"
+#include "recman/store.h"
+
+namespace recman {
+
+struct Request {
+    uint16_t op = 0;    // operation without biases
+    uint16_t lock = 0;  // lock bias: 0, 100, 200, 300 or 400
+    bool keyOnly = false;
+    bool concurrent = false;  // Begin Transaction with the 1000 bias
+    uint8_t* pos = nullptr;
+    uint8_t* data = nullptr;
+    uint32_t* dataLen = nullptr;
+    uint8_t* key = nullptr;
+    uint8_t keyLen = 0;
+    int8_t keyNum = 0;
+    Client* client = nullptr;
+
+    uint32_t DataLen() const { return dataLen ? *dataLen : 0; }
+    bool Waits() const { return lock == 100 || lock == 300; }
+    bool IsChange() const;
+};
+
+struct ClientKeyHash {
+    size_t operator()(const ClientKey& k) const;
+};
+
+class Engine {
+  public:
+    static Engine& Instance();
+    int16_t Call(uint16_t op, void* pos, void* data, uint32_t* dataLen, void* key, uint8_t keyLen,
+                 int8_t keyNum, const uint8_t* clientId);
+
+    // Gives up read snapshots that no call has used for a while, so that a
+    // quiet process does not hold back the reuse of pages in the files.
+    void ReleaseIdleSnapshots();
+
+  private:
+    Engine();
+    static bool Decode(uint16_t op, Request& r);
+    Status Dispatch(Request& r);
+    Client* ClientFor(const uint8_t* id);
+    Handle* HandleOf(const Request& r, Status& st);
+    void CloseHandle(Handle* h);
+    void ResetClient(Client& c);
+    void AfterFork();
+
+    // Files and environments.
+    Status AcquireEnv(const std::string& path, std::shared_ptr<FileEnv>& out);
+    bool FileInUse(const std::string& path);
+
+    // Reading: the transaction a handle reads through, and cursors in it.
+    struct CursorRef {
+        MDB_cursor* c = nullptr;
+        bool temp = false;
+        ~CursorRef() {
+            if (temp && c) mdb_cursor_close(c);
+        }
+    };
+    Status ReadTxn(Handle& h, MDB_txn*& txn, bool& shared);
+    Status IndexCursor(Handle& h, MDB_txn* txn, bool shared, const KeyDef& key, CursorRef& out);
+    Status RecordCursor(Handle& h, MDB_txn* txn, bool shared, CursorRef& out);
+    void SyncCursors(Handle& h);
+
+    // Writing: one storage transaction per change, under the file's writer slot.
+    template <class F>
+    Status RunWrite(Handle& h, F&& change);
+
+    // Locks.
+    Status TakeLock(Handle& h, uint32_t address, uint16_t bias);
+    Status CheckNotLockedByOther(Handle& h, uint32_t address);
+
+    // Operations.
+    Status Open(Request& r);
+    Status Close(Request& r);
+    Status Create(Request& r);
+    Status Stat(Request& r);
+    Status Version(Request& r);
+    Status Reset(Request& r);
+    Status Stop(Request& r);
+    Status SetOwner(Request& r);
+    Status ClearOwner(Request& r);
+    Status GetKeyed(Request& r);
+    Status Step(Request& r);
+    Status GetDirect(Request& r);
+    Status GetPosition(Request& r);
+    Status Insert(Request& r);
+    Status Update(Request& r);
+    Status Delete(Request& r);
+    Status Unlock(Request& r);
+
+    // Hands a found record to the caller and moves the currency onto it.
+    Status Deliver(Request& r, Handle& h, const StoredRecord& rec, const KeyDef* path,
+                   const MDB_val* entry);
+
+    std::mutex mu_;
+    std::unordered_map<ClientKey, std::unique_ptr<Client>, ClientKeyHash> clients_;
+    std::vector<std::unique_ptr<Handle>> handles_;  // by handle number - 1
+    std::vector<uint32_t> freeHandles_;
+    std::map<std::pair<dev_t, ino_t>, std::weak_ptr<FileEnv>> envs_;
+    uint32_t token_ = 0;  // marks this process's position blocks
+    Client* lastClient_ = nullptr;
+    bool forked_ = false;
+    friend void ForkChild();
+    friend void ForkPrepare();
+    friend void ForkParent();
+};
+
+template <class F>
+Status Engine::RunWrite(Handle& h, F&& change) {
+    FileEnv& env = *h.env;
+    if (env.readOnlyStorage()) return RM_ACCESS_DENIED;
+    if (!env.TryWriterSlot()) return kBlockedByWriter;
+    Status st;
+    for (int attempt = 0;; ++attempt) {
+        MDB_txn* txn = nullptr;
+        FileState state;
+        if ((st = env.BeginWrite(txn, state))) break;
+        Store store(env, txn);
+        st = change(store, state);
+        if (st == RM_OK)
+            st = env.CommitWrite(txn, state);
+        else
+            env.AbortWrite(txn);
+        if (st != kMapFull) break;
+        // The map is full: make it larger and run the change again.
+        if (attempt == 8 || (st = env.Grow())) {
+            st = RM_DISK_FULL;
+            break;
+        }
+    }
+    env.ReleaseWriterSlot();
+    return st;
+}
+
+}  // namespace recman

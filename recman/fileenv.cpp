@@ -1,0 +1,444 @@
+#include "recman/fileenv.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "recman/bytes.h"
+#include "recman/recman.h"
+#include "recman/status.h"
+
+namespace recman {
+
+namespace {
+
+constexpr size_t kMiB = size_t(1) << 20;
+constexpr size_t kHeadroom = size_t(1) << 30;  // address space reserved beyond the data
+constexpr unsigned kMaxDbs = 2 * RM_MAX_KEYS + 16;
+const char kDefKey[] = "def";
+const char kStateKey[] = "state";
+
+// LMDB's meta page: magic and format at offset 16, page size at 40.
+constexpr uint32_t kLmdbMagic = 0xBEEFC0DE;
+constexpr uint32_t kLmdbDataVersion = 1;
+
+unsigned SyncFlags() {
+    const char* s = std::getenv("RECMAN_SYNC");
+    if (s && std::strcmp(s, "full") == 0) return 0;
+    if (s && std::strcmp(s, "off") == 0) return MDB_NOSYNC | MDB_NOMETASYNC;
+    return MDB_NOMETASYNC;
+}
+
+std::string IndexName(uint16_t id) {
+    return "i" + std::to_string(id);
+}
+
+MDB_val Val(const void* p, size_t n) {
+    return MDB_val{n, const_cast<void*>(p)};
+}
+MDB_val Val(const std::string& s) {
+    return Val(s.data(), s.size());
+}
+
+// Checks that the file starts with a storage header before the storage
+// library touches it (it would turn an empty file into a new store).
+Status CheckHeader(int fd, off_t size) {
+    uint8_t head[64];
+    if (size < off_t(sizeof(head))) return RM_NOT_A_RECMAN_FILE;
+    if (::pread(fd, head, sizeof(head), 0) != ssize_t(sizeof(head))) return RM_IO_ERROR;
+    uint32_t psize = LoadLe32(head + 40);
+    if (LoadLe32(head + 16) != kLmdbMagic || LoadLe32(head + 20) != kLmdbDataVersion)
+        return RM_NOT_A_RECMAN_FILE;
+    if (psize < 512 || psize > 65536 || (psize & (psize - 1)) != 0) return RM_NOT_A_RECMAN_FILE;
+    if (size < off_t(2) * psize) return RM_NOT_A_RECMAN_FILE;
+    return RM_OK;
+}
+
+size_t RoundUp(size_t n, size_t unit) {
+    return (n + unit - 1) / unit * unit;
+}
+
+}  // namespace
+
+Status StatusOf(int rc) {
+    switch (rc) {
+        case MDB_SUCCESS:
+            return RM_OK;
+        case MDB_MAP_FULL:
+            return kMapFull;
+        case ENOSPC:
+        case EDQUOT:
+            return RM_DISK_FULL;
+        default:
+            return RM_IO_ERROR;
+    }
+}
+
+uint32_t FileState::Unique(uint16_t id) const {
+    for (auto& [k, v] : unique)
+        if (k == id) return v;
+    return 0;
+}
+
+uint32_t& FileState::UniqueRef(uint16_t id) {
+    for (auto& [k, v] : unique)
+        if (k == id) return v;
+    unique.emplace_back(id, 0);
+    return unique.back().second;
+}
+
+std::string FileState::Serialize() const {
+    ByteWriter w;
+    w.U32(records);
+    w.U32(nextAddress);
+    w.U64(nextSeq);
+    w.U32(defGen);
+    w.U16(uint16_t(unique.size()));
+    for (auto& [k, v] : unique) {
+        w.U16(k);
+        w.U32(v);
+    }
+    return w.str();
+}
+
+bool FileState::Deserialize(const void* data, size_t len) {
+    ByteReader r(data, len);
+    FileState s;
+    uint16_t n = 0;
+    if (!r.U32(s.records) || !r.U32(s.nextAddress) || !r.U64(s.nextSeq) || !r.U32(s.defGen) ||
+        !r.U16(n))
+        return false;
+    for (uint16_t i = 0; i < n; ++i) {
+        uint16_t k;
+        uint32_t v;
+        if (!r.U16(k) || !r.U32(v)) return false;
+        s.unique.emplace_back(k, v);
+    }
+    if (r.left() != 0) return false;
+    *this = std::move(s);
+    return true;
+}
+
+FileEnv::~FileEnv() {
+    if (!env_) return;
+    if (snap_) mdb_txn_abort(snap_);
+    mdb_env_close(env_);
+}
+
+void FileEnv::Abandon() {
+    env_ = nullptr;
+    snap_ = nullptr;
+    writerLock_.Abandon();
+}
+
+void FileEnv::Flush() {
+    if (env_ && !readOnly_) mdb_env_sync(env_, 1);
+}
+
+Status FileEnv::Open(const std::string& path, std::unique_ptr<FileEnv>& out) {
+    std::unique_ptr<FileEnv> fe(new FileEnv);
+    Status st = fe->Init(path);
+    if (st == RM_OK) out = std::move(fe);
+    return st;
+}
+
+Status FileEnv::Init(const std::string& path) {
+    path_ = path;
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return (errno == ENOENT || errno == ENOTDIR) ? RM_FILE_NOT_FOUND : RM_IO_ERROR;
+    struct stat sb {};
+    Status st = ::fstat(fd, &sb) == 0 ? RM_OK : RM_IO_ERROR;
+    if (st == RM_OK && !S_ISREG(sb.st_mode)) st = RM_NOT_A_RECMAN_FILE;
+    if (st == RM_OK) st = CheckHeader(fd, sb.st_size);
+    ::close(fd);
+    if (st) return st;
+    dev_ = sb.st_dev;
+    ino_ = sb.st_ino;
+
+    if (mdb_env_create(&env_) != 0) return RM_IO_ERROR;
+    mdb_env_set_maxdbs(env_, kMaxDbs);
+    mapSize_ =
+        RoundUp(std::max<size_t>(size_t(sb.st_size) * 2, size_t(sb.st_size) + kHeadroom), kMiB);
+    mdb_env_set_mapsize(env_, mapSize_);
+    unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | SyncFlags();
+    int rc = mdb_env_open(env_, path.c_str(), flags, 0644);
+    if (rc == EACCES || rc == EROFS) {
+        mdb_env_close(env_);
+        mdb_env_create(&env_);
+        mdb_env_set_maxdbs(env_, kMaxDbs);
+        mdb_env_set_mapsize(env_, mapSize_);
+        readOnly_ = true;
+        rc = mdb_env_open(env_, path.c_str(), flags | MDB_RDONLY, 0644);
+    }
+    if (rc != 0)
+        return rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH ? RM_NOT_A_RECMAN_FILE : RM_IO_ERROR;
+    // A file cut short would fault when its missing pages are touched.
+    MDB_envinfo info;
+    MDB_stat est;
+    mdb_env_info(env_, &info);
+    mdb_env_stat(env_, &est);
+    if ((uint64_t(info.me_last_pgno) + 1) * est.ms_psize > uint64_t(sb.st_size))
+        return RM_NOT_A_RECMAN_FILE;
+    if (info.me_mapsize > mapSize_) mapSize_ = info.me_mapsize;
+
+    MDB_txn* txn = nullptr;
+    if (mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn) != 0) return RM_IO_ERROR;
+    st = RM_OK;
+    if (mdb_dbi_open(txn, "meta", 0, &metaDbi_) != 0 ||
+        mdb_dbi_open(txn, "rec", MDB_INTEGERKEY, &recDbi_) != 0) {
+        st = RM_NOT_A_RECMAN_FILE;
+    } else {
+        FileState state;
+        st = LoadState(txn, state);
+        if (st == RM_OK) st = ReloadDef(txn, state.defGen);
+        if (st == RM_OK) st = OpenIndexDbs(txn);
+    }
+    if (st == RM_OK)
+        mdb_txn_commit(txn);  // keeps the database handles opened in it
+    else
+        mdb_txn_abort(txn);
+    if (st == RM_OK && !readOnly_ && !writerLock_.Open(path)) st = RM_IO_ERROR;
+    return st;
+}
+
+Status FileEnv::LoadState(MDB_txn* txn, FileState& state) {
+    MDB_val k = Val(kStateKey, sizeof(kStateKey) - 1), v;
+    int rc = mdb_get(txn, metaDbi_, &k, &v);
+    if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
+    if (rc != 0) return StatusOf(rc);
+    return state.Deserialize(v.mv_data, v.mv_size) ? RM_OK : RM_NOT_A_RECMAN_FILE;
+}
+
+Status FileEnv::ReloadDef(MDB_txn* txn, uint32_t defGen) {
+    if (defGen == defGen_) return RM_OK;
+    MDB_val k = Val(kDefKey, sizeof(kDefKey) - 1), v;
+    int rc = mdb_get(txn, metaDbi_, &k, &v);
+    if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
+    if (rc != 0) return StatusOf(rc);
+    FileDef def;
+    if (!DeserializeDef(v.mv_data, v.mv_size, def)) return RM_NOT_A_RECMAN_FILE;
+    def_ = std::move(def);
+    defGen_ = defGen;
+    return RM_OK;
+}
+
+Status FileEnv::OpenIndexDbs(MDB_txn* txn) {
+    for (const KeyDef& k : def_.keys) {
+        if (indexDbi_.count(k.id)) continue;
+        MDB_dbi dbi;
+        int rc = mdb_dbi_open(txn, IndexName(k.id).c_str(), 0, &dbi);
+        if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
+        if (rc != 0) return StatusOf(rc);
+        indexDbi_[k.id] = dbi;
+    }
+    return RM_OK;
+}
+
+MDB_dbi FileEnv::Index(uint16_t id) const {
+    auto it = indexDbi_.find(id);
+    return it == indexDbi_.end() ? MDB_dbi(0) : it->second;
+}
+
+Status FileEnv::AdoptMapSize() {
+    ReleaseSnapshot();
+    if (mdb_env_set_mapsize(env_, 0) != 0) return RM_IO_ERROR;
+    MDB_envinfo info;
+    mdb_env_info(env_, &info);
+    mapSize_ = info.me_mapsize;
+    return RM_OK;
+}
+
+Status FileEnv::Grow() {
+    ReleaseSnapshot();
+    MDB_envinfo info;
+    MDB_stat est;
+    mdb_env_info(env_, &info);
+    mdb_env_stat(env_, &est);
+    size_t used = (size_t(info.me_last_pgno) + 1) * est.ms_psize;
+    size_t size = RoundUp(std::max(mapSize_ * 2, used + kHeadroom), kMiB);
+    if (mdb_env_set_mapsize(env_, size) != 0) return RM_DISK_FULL;
+    mapSize_ = size;
+    return RM_OK;
+}
+
+void FileEnv::ReleaseSnapshot() {
+    if (snap_ && snapLive_) {
+        mdb_txn_reset(snap_);
+        snapLive_ = false;
+        ++gen_;
+    }
+}
+
+Status FileEnv::Snapshot(MDB_txn*& out) {
+    if (snap_ && snapLive_) {
+        MDB_envinfo info;
+        mdb_env_info(env_, &info);
+        if (info.me_last_txnid == mdb_txn_id(snap_) && defGen_ != 0) {
+            out = snap_;
+            return RM_OK;
+        }
+        ReleaseSnapshot();
+    }
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        int rc = snap_ ? mdb_txn_renew(snap_) : mdb_txn_begin(env_, nullptr, MDB_RDONLY, &snap_);
+        if (rc == MDB_MAP_RESIZED) {
+            if (Status st = AdoptMapSize()) return st;
+            continue;
+        }
+        if (rc != 0) return StatusOf(rc);
+        snapLive_ = true;
+        ++gen_;
+        FileState state;
+        Status st = LoadState(snap_, state);
+        if (st == RM_OK && state.defGen != defGen_) {
+            // The definition changed elsewhere: read it and open new indexes
+            // in a short transaction of their own so their handles outlive it.
+            st = ReloadDef(snap_, state.defGen);
+            MDB_txn* t = nullptr;
+            if (st == RM_OK && mdb_txn_begin(env_, nullptr, MDB_RDONLY, &t) == 0) {
+                st = OpenIndexDbs(t);
+                if (st == RM_OK)
+                    mdb_txn_commit(t);
+                else
+                    mdb_txn_abort(t);
+            }
+        }
+        if (st != RM_OK) {
+            ReleaseSnapshot();
+            return st;
+        }
+        out = snap_;
+        return RM_OK;
+    }
+    return RM_IO_ERROR;
+}
+
+Status FileEnv::BeginWrite(MDB_txn*& out, FileState& state) {
+    if (readOnly_) return RM_ACCESS_DENIED;
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        MDB_txn* txn = nullptr;
+        int rc = mdb_txn_begin(env_, nullptr, 0, &txn);
+        if (rc == MDB_MAP_RESIZED) {
+            if (Status st = AdoptMapSize()) return st;
+            continue;
+        }
+        if (rc != 0) return StatusOf(rc);
+        defTouched_ = false;
+        Status st = LoadState(txn, state);
+        if (st == RM_OK && state.defGen != defGen_) {
+            defTouched_ = true;
+            st = ReloadDef(txn, state.defGen);
+            if (st == RM_OK) st = OpenIndexDbs(txn);
+        }
+        if (st != RM_OK) {
+            AbortWrite(txn);
+            return st;
+        }
+        out = txn;
+        return RM_OK;
+    }
+    return RM_IO_ERROR;
+}
+
+Status FileEnv::CommitWrite(MDB_txn* txn, const FileState& state) {
+    std::string s = state.Serialize();
+    MDB_val k = Val(kStateKey, sizeof(kStateKey) - 1), v = Val(s);
+    int rc = mdb_put(txn, metaDbi_, &k, &v, 0);
+    if (rc != 0) {
+        AbortWrite(txn);
+        return StatusOf(rc);
+    }
+    rc = mdb_txn_commit(txn);
+    if (rc != 0) {
+        defGen_ = 0;  // handles opened in the failed transaction are gone
+        indexDbi_.clear();
+    }
+    return StatusOf(rc);
+}
+
+void FileEnv::AbortWrite(MDB_txn* txn) {
+    mdb_txn_abort(txn);
+    if (defTouched_) {
+        // Database handles opened or dropped inside the aborted transaction are
+        // closed with it; read the definition and its indexes again on next use.
+        defGen_ = 0;
+        indexDbi_.clear();
+        defTouched_ = false;
+    }
+}
+
+Status FileEnv::StoreDef(MDB_txn* txn, FileDef def, FileState& state) {
+    std::string s = SerializeDef(def);
+    MDB_val k = Val(kDefKey, sizeof(kDefKey) - 1), v = Val(s);
+    defTouched_ = true;
+    if (int rc = mdb_put(txn, metaDbi_, &k, &v, 0)) return StatusOf(rc);
+    state.defGen++;
+    def_ = std::move(def);
+    defGen_ = state.defGen;
+    return RM_OK;
+}
+
+Status FileEnv::CreateIndexDb(MDB_txn* txn, uint16_t id) {
+    MDB_dbi dbi;
+    defTouched_ = true;
+    if (int rc = mdb_dbi_open(txn, IndexName(id).c_str(), MDB_CREATE, &dbi)) return StatusOf(rc);
+    indexDbi_[id] = dbi;
+    return RM_OK;
+}
+
+Status FileEnv::DropIndexDb(MDB_txn* txn, uint16_t id) {
+    auto it = indexDbi_.find(id);
+    if (it == indexDbi_.end()) return RM_IO_ERROR;
+    defTouched_ = true;
+    int rc = mdb_drop(txn, it->second, 1);
+    indexDbi_.erase(it);
+    return StatusOf(rc);
+}
+
+Status FileEnv::CreateFile(const std::string& path, const FileDef& def) {
+    std::string tmp = path + ".rmnew" + std::to_string(::getpid());
+    std::string tmpLock = tmp + "-lock";
+    ::unlink(tmp.c_str());
+    ::unlink(tmpLock.c_str());
+    MDB_env* env = nullptr;
+    if (mdb_env_create(&env) != 0) return RM_CREATE_IO_ERROR;
+    mdb_env_set_maxdbs(env, kMaxDbs);
+    mdb_env_set_mapsize(env, 64 * kMiB);
+    int rc = mdb_env_open(env, tmp.c_str(), MDB_NOSUBDIR | MDB_NOTLS | MDB_NOSYNC, 0644);
+    MDB_txn* txn = nullptr;
+    if (rc == 0) rc = mdb_txn_begin(env, nullptr, 0, &txn);
+    if (rc == 0) {
+        MDB_dbi meta, rec, idx;
+        rc = mdb_dbi_open(txn, "meta", MDB_CREATE, &meta);
+        if (rc == 0) rc = mdb_dbi_open(txn, "rec", MDB_CREATE | MDB_INTEGERKEY, &rec);
+        for (const KeyDef& k : def.keys)
+            if (rc == 0) rc = mdb_dbi_open(txn, IndexName(k.id).c_str(), MDB_CREATE, &idx);
+        std::string d = SerializeDef(def), s = FileState{}.Serialize();
+        MDB_val dk = Val(kDefKey, sizeof(kDefKey) - 1), dv = Val(d);
+        MDB_val sk = Val(kStateKey, sizeof(kStateKey) - 1), sv = Val(s);
+        if (rc == 0) rc = mdb_put(txn, meta, &dk, &dv, 0);
+        if (rc == 0) rc = mdb_put(txn, meta, &sk, &sv, 0);
+        if (rc == 0)
+            rc = mdb_txn_commit(txn);
+        else
+            mdb_txn_abort(txn);
+    }
+    if (rc == 0) rc = mdb_env_sync(env, 1);
+    mdb_env_close(env);
+    ::unlink(tmpLock.c_str());
+    if (rc == 0 && ::rename(tmp.c_str(), path.c_str()) != 0) rc = errno;
+    if (rc != 0) {
+        ::unlink(tmp.c_str());
+        return (rc == ENOSPC || rc == EDQUOT) ? RM_DISK_FULL : RM_CREATE_IO_ERROR;
+    }
+    // The old file's lock table, if any, belonged to a file nobody has open.
+    ::unlink((path + "-lock").c_str());
+    return RM_OK;
+}
+
+}  // namespace recman

@@ -1,0 +1,115 @@
+// One record file on disk: an LMDB environment (data file at the caller's
+// path, a "-lock" sidecar beside it) holding the file's definition, its
+// counters, its records and one index per key. A process opens each file once
+// and shares the environment among its handles.
+#pragma once
+
+#include <lmdb.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "recman/filedef.h"
+#include "recman/oslock.h"
+
+namespace recman {
+
+// Counters kept with the file and changed by every write.
+struct FileState {
+    uint32_t records = 0;
+    uint32_t nextAddress = 1;
+    uint64_t nextSeq = 1;  // orders duplicates: insertion order within equal values
+    uint32_t defGen = 1;   // raised when the definition changes (indexes, owner)
+    std::vector<std::pair<uint16_t, uint32_t>> unique;  // index id -> distinct values
+
+    uint32_t Unique(uint16_t id) const;
+    uint32_t& UniqueRef(uint16_t id);
+    std::string Serialize() const;
+    bool Deserialize(const void* data, size_t len);
+};
+
+// Maps an LMDB or system error to a status.
+Status StatusOf(int rc);
+
+class FileEnv {
+  public:
+    ~FileEnv();
+    FileEnv(const FileEnv&) = delete;
+    FileEnv& operator=(const FileEnv&) = delete;
+
+    // Opens the file at `path`; 12 when missing, 30 when it is not a record
+    // file of this format, 2 on other failures.
+    static Status Open(const std::string& path, std::unique_ptr<FileEnv>& out);
+    // Writes a new, empty file for `def` at `path` (replacing what is there).
+    static Status CreateFile(const std::string& path, const FileDef& def);
+
+    const std::string& path() const { return path_; }
+    dev_t device() const { return dev_; }
+    ino_t inode() const { return ino_; }
+    bool readOnlyStorage() const { return readOnly_; }
+
+    // The definition as of the last transaction that looked at the file.
+    const FileDef& def() const { return def_; }
+    MDB_dbi records() const { return recDbi_; }
+    MDB_dbi meta() const { return metaDbi_; }
+    MDB_dbi Index(uint16_t id) const;
+
+    // A read snapshot of the latest committed state, shared by every reader
+    // that is not inside its own write. Renewed when someone has committed
+    // since; generation() changes with every renewal.
+    Status Snapshot(MDB_txn*& out);
+    uint64_t generation() const { return gen_; }
+    void ReleaseSnapshot();
+
+    // Write transactions. The caller holds the file's writer slot.
+    Status BeginWrite(MDB_txn*& out, FileState& state);
+    Status CommitWrite(MDB_txn* txn, const FileState& state);
+    void AbortWrite(MDB_txn* txn);
+    // Grows the map after a write answered MDB_MAP_FULL (no write open).
+    Status Grow();
+
+    // Definition changes made inside a write transaction.
+    Status StoreDef(MDB_txn* txn, FileDef def, FileState& state);
+    Status CreateIndexDb(MDB_txn* txn, uint16_t id);
+    Status DropIndexDb(MDB_txn* txn, uint16_t id);
+
+    // Reads the counters as a transaction sees them.
+    Status LoadState(MDB_txn* txn, FileState& state);
+
+    // The process-wide writer slot of this file, shared with other processes.
+    bool TryWriterSlot() { return writerLock_.TryLock(kWriterLockByte, true); }
+    void ReleaseWriterSlot() { writerLock_.Unlock(kWriterLockByte); }
+
+    void Flush();
+    // Leaves the environment to the process that opened it (after fork).
+    void Abandon();
+
+  private:
+    FileEnv() = default;
+    Status Init(const std::string& path);
+    Status ReloadDef(MDB_txn* txn, uint32_t defGen);
+    Status OpenIndexDbs(MDB_txn* txn);
+    Status AdoptMapSize();
+
+    std::string path_;
+    dev_t dev_ = 0;
+    ino_t ino_ = 0;
+    bool readOnly_ = false;
+    MDB_env* env_ = nullptr;
+    MDB_dbi metaDbi_ = 0, recDbi_ = 0;
+    std::map<uint16_t, MDB_dbi> indexDbi_;
+    FileDef def_;
+    uint32_t defGen_ = 0;
+    bool defTouched_ = false;  // the open write changed the definition or its handles
+    MDB_txn* snap_ = nullptr;
+    bool snapLive_ = false;
+    uint64_t gen_ = 1;
+    size_t mapSize_ = 0;
+    LockFile writerLock_;
+};
+
+}  // namespace recman

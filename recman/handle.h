@@ -1,0 +1,77 @@
+// Clients and their open handles: currency, locks and read cursors.
+#pragma once
+
+#include <lmdb.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "recman/fileenv.h"
+#include "recman/oslock.h"
+#include "recman/store.h"
+
+namespace recman {
+
+// Where a handle stands relative to a remembered entry (logical) or address
+// (physical): on it, in its place after it was deleted, or past one end.
+enum class Pos : uint8_t { None, On, Gone, After, Before };
+
+struct Currency {
+    Pos logical = Pos::None;
+    uint16_t indexId = 0;  // the key path, by index id (key numbers can move)
+    Entry entry;           // index entry of the current record on that path
+
+    Pos physical = Pos::None;
+    uint32_t address = 0;
+    uint32_t version = 0;  // the record's version when this handle read it
+
+    bool HasRecord() const { return physical == Pos::On; }
+};
+
+enum class LockKind : uint8_t { None, Single, Multiple };
+
+struct Client;
+
+struct Handle {
+    ~Handle();
+
+    uint32_t number = 0;
+    uint32_t generation = 0;
+    Client* client = nullptr;
+    std::shared_ptr<FileEnv> env;
+    LockFile lock;  // this handle's own open file description, for its locks
+    bool readOnly = false;
+    bool exclusive = false;
+    bool ownerGiven = false;
+    Currency cur;
+
+    LockKind lockKind = LockKind::None;
+    std::vector<uint32_t> locks;  // addresses locked by this handle
+
+    // Cursors over the file's shared read snapshot, kept between calls so that
+    // a walk through a path continues where it stopped.
+    MDB_cursor* idxCursor = nullptr;
+    uint16_t idxCursorId = 0;
+    MDB_cursor* recCursor = nullptr;
+    uint64_t cursorGen = 0;
+    bool idxAtCurrency = false;  // idxCursor rests on the logical currency's entry
+    bool recAtCurrency = false;  // recCursor rests on the physical currency's record
+
+    bool Holds(uint32_t address) const;
+    void ReleaseLock(uint32_t address);
+    void ReleaseAllLocks();
+    void CloseCursors();
+    // Leaves descriptors and cursors alone (a forked child's inheritance).
+    void Abandon();
+};
+
+using ClientKey = std::array<uint8_t, 16>;
+
+struct Client {
+    ClientKey key{};
+    std::vector<Handle*> handles;
+};
+
+}  // namespace recman

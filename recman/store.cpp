@@ -1,0 +1,400 @@
+#include "recman/store.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "recman/bytes.h"
+#include "recman/keycodec.h"
+#include "recman/status.h"
+
+namespace recman {
+
+namespace {
+
+constexpr size_t kHeader = 5;
+constexpr size_t kSeqPair = 10;
+
+MDB_val Val(const void* p, size_t n) {
+    return MDB_val{n, const_cast<void*>(p)};
+}
+
+bool StartsWith(const MDB_val& k, const void* x, size_t n) {
+    return k.mv_size >= n && std::memcmp(k.mv_data, x, n) == 0;
+}
+
+bool Equals(const MDB_val& k, const void* x, size_t n) {
+    return k.mv_size == n && std::memcmp(k.mv_data, x, n) == 0;
+}
+
+// Reads a little-endian signed integer of 2 or 4 bytes.
+int64_t LoadSigned(const uint8_t* p, uint16_t len) {
+    return len == 2 ? int64_t(int16_t(LoadLe16(p))) : int64_t(int32_t(LoadLe32(p)));
+}
+
+}  // namespace
+
+uint64_t StoredRecord::SeqOf(uint16_t indexId) const {
+    for (uint8_t i = 0; i < seqCount; ++i) {
+        const uint8_t* p = seqs + i * kSeqPair;
+        if (LoadLe16(p) == indexId) return LoadLe64(p + 2);
+    }
+    return 0;
+}
+
+bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out) {
+    const uint8_t* p = static_cast<const uint8_t*>(v.mv_data);
+    if (v.mv_size < kHeader) return false;
+    uint8_t n = p[4];
+    size_t head = kHeader + n * kSeqPair;
+    if (v.mv_size < head) return false;
+    out.address = address;
+    out.version = LoadLe32(p);
+    out.seqCount = n;
+    out.seqs = p + kHeader;
+    out.data = p + head;
+    out.length = uint32_t(v.mv_size - head);
+    return true;
+}
+
+void MakeEntry(const KeyDef& key, const uint8_t* record, uint64_t seq, Entry& out) {
+    SortKeyFromRecord(key, record, out.bytes);
+    out.len = key.length;
+    if (key.Duplicates()) {
+        StoreBe64(out.bytes + key.length, seq);
+        out.len += 8;
+    }
+}
+
+int SeekFirstAtOrAfter(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v) {
+    k = Val(x, n);
+    return mdb_cursor_get(c, &k, &v, MDB_SET_RANGE);
+}
+
+int SeekFirstAfter(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k,
+                   MDB_val& v) {
+    // A sort form alone stands for all its entries: skip them by padding the
+    // sequence part with the highest value, which no entry carries.
+    uint8_t buf[kMaxEntry];
+    size_t len = std::max(n, entryLen);
+    if (len > sizeof(buf)) return EINVAL;
+    std::memcpy(buf, x, n);
+    std::memset(buf + n, 0xFF, len - n);
+    k = Val(buf, len);
+    int rc = mdb_cursor_get(c, &k, &v, MDB_SET_RANGE);
+    if (rc == 0 && Equals(k, buf, len)) rc = mdb_cursor_get(c, &k, &v, MDB_NEXT);
+    return rc;
+}
+
+int SeekLastBefore(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v) {
+    k = Val(x, n);
+    int rc = mdb_cursor_get(c, &k, &v, MDB_SET_RANGE);
+    if (rc == MDB_NOTFOUND) return mdb_cursor_get(c, &k, &v, MDB_LAST);
+    if (rc != 0) return rc;
+    return mdb_cursor_get(c, &k, &v, MDB_PREV);
+}
+
+int SeekLastAtOrBefore(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k,
+                       MDB_val& v) {
+    uint8_t buf[kMaxEntry];
+    size_t len = std::max(n, entryLen);
+    if (len > sizeof(buf)) return EINVAL;
+    std::memcpy(buf, x, n);
+    std::memset(buf + n, 0xFF, len - n);
+    k = Val(buf, len);
+    int rc = mdb_cursor_get(c, &k, &v, MDB_SET_RANGE);
+    if (rc == MDB_NOTFOUND) return mdb_cursor_get(c, &k, &v, MDB_LAST);
+    if (rc != 0) return rc;
+    if (Equals(k, buf, len)) return 0;
+    return mdb_cursor_get(c, &k, &v, MDB_PREV);
+}
+
+int Store::Get(uint32_t address, StoredRecord& out) {
+    MDB_val k = Val(&address, 4), v;
+    int rc = mdb_get(txn_, env_.records(), &k, &v);
+    if (rc != 0) return rc;
+    return DecodeRecord(v, address, out) ? 0 : MDB_CORRUPTED;
+}
+
+uint64_t SeqIn(const std::vector<std::pair<uint16_t, uint64_t>>& seqs, uint16_t id) {
+    for (auto& [k, seq] : seqs)
+        if (k == id) return seq;
+    return 0;
+}
+
+Status Store::PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, const uint8_t* data,
+                        uint32_t len, unsigned flags) {
+    scratch_.resize(kHeader + seqs.size() * kSeqPair + len);
+    uint8_t* p = reinterpret_cast<uint8_t*>(scratch_.data());
+    StoreLe32(p, version);
+    p[4] = uint8_t(seqs.size());
+    p += kHeader;
+    for (auto& [id, seq] : seqs) {
+        StoreLe16(p, id);
+        StoreLe64(p + 2, seq);
+        p += kSeqPair;
+    }
+    std::memcpy(p, data, len);
+    MDB_val k = Val(&address, 4), v = Val(scratch_.data(), scratch_.size());
+    int rc = mdb_put(txn_, env_.records(), &k, &v, flags);
+    if (rc == MDB_KEYEXIST) return RM_IO_ERROR;  // addresses are never reused
+    return StatusOf(rc);
+}
+
+Status Store::Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& conflict) {
+    MDB_val k = Val(e.bytes, key.length), v;
+    int rc = mdb_get(txn_, IndexDbi(key), &k, &v);
+    if (rc == MDB_NOTFOUND) {
+        conflict = false;
+        return RM_OK;
+    }
+    if (rc != 0) return StatusOf(rc);
+    conflict = AddressOf(v) != self;
+    return RM_OK;
+}
+
+Status Store::AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint32_t address) {
+    MDB_dbi dbi = IndexDbi(key);
+    if (key.Duplicates()) {
+        // A value seen for the first time raises the key's count of distinct values.
+        MDB_cursor* c;
+        if (int rc = mdb_cursor_open(txn_, dbi, &c)) return StatusOf(rc);
+        MDB_val k, v;
+        int rc = SeekFirstAtOrAfter(c, e.bytes, key.length, k, v);
+        mdb_cursor_close(c);
+        if (rc != 0 && rc != MDB_NOTFOUND) return StatusOf(rc);
+        if (rc == MDB_NOTFOUND || !StartsWith(k, e.bytes, key.length)) state.UniqueRef(key.id)++;
+    } else {
+        state.UniqueRef(key.id)++;
+    }
+    MDB_val k = Val(e.bytes, e.len), v = Val(&address, 4);
+    int rc = mdb_put(txn_, dbi, &k, &v, key.Duplicates() ? 0 : MDB_NOOVERWRITE);
+    if (rc == MDB_KEYEXIST) return RM_DUPLICATE_KEY;
+    return StatusOf(rc);
+}
+
+Status Store::RemoveEntry(FileState& state, const KeyDef& key, const Entry& e) {
+    MDB_dbi dbi = IndexDbi(key);
+    MDB_val k = Val(e.bytes, e.len);
+    int rc = mdb_del(txn_, dbi, &k, nullptr);
+    if (rc == MDB_NOTFOUND) return RM_IO_ERROR;  // the index lost an entry
+    if (rc != 0) return StatusOf(rc);
+    bool last = true;
+    if (key.Duplicates()) {
+        MDB_cursor* c;
+        if ((rc = mdb_cursor_open(txn_, dbi, &c))) return StatusOf(rc);
+        MDB_val fk, fv;
+        rc = SeekFirstAtOrAfter(c, e.bytes, key.length, fk, fv);
+        mdb_cursor_close(c);
+        if (rc != 0 && rc != MDB_NOTFOUND) return StatusOf(rc);
+        last = rc == MDB_NOTFOUND || !StartsWith(fk, e.bytes, key.length);
+    }
+    uint32_t& n = state.UniqueRef(key.id);
+    if (last && n > 0) --n;
+    return RM_OK;
+}
+
+Status Store::HighestValue(const KeyDef& key, int seg, int64_t& out) {
+    const Segment& s = key.segments[seg];
+    out = 0;
+    bool any = false;
+    auto consider = [&](const StoredRecord& r) {
+        if (r.length < uint32_t(s.Offset()) + s.length) return;
+        int64_t v = LoadSigned(r.data + s.Offset(), s.length);
+        if (!any || v > out) out = v;
+        any = true;
+    };
+    MDB_cursor* c;
+    if (seg == 0 && !key.NullKey() && !key.ManualKey()) {
+        // The key's first segment orders the index by this value.
+        if (int rc = mdb_cursor_open(txn_, IndexDbi(key), &c)) return StatusOf(rc);
+        MDB_val k, v;
+        int rc = mdb_cursor_get(c, &k, &v, s.Descending() ? MDB_FIRST : MDB_LAST);
+        mdb_cursor_close(c);
+        if (rc == MDB_NOTFOUND) return RM_OK;
+        if (rc != 0) return StatusOf(rc);
+        StoredRecord r;
+        if ((rc = Get(AddressOf(v), r))) return rc == MDB_NOTFOUND ? RM_IO_ERROR : StatusOf(rc);
+        consider(r);
+        return RM_OK;
+    }
+    if (int rc = mdb_cursor_open(txn_, env_.records(), &c)) return StatusOf(rc);
+    MDB_val k, v;
+    int rc;
+    for (rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0;
+         rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
+        StoredRecord r;
+        if (DecodeRecord(v, 0, r)) consider(r);
+    }
+    mdb_cursor_close(c);
+    return rc == MDB_NOTFOUND ? RM_OK : StatusOf(rc);
+}
+
+Status Store::FillAutoIncrement(std::vector<uint8_t>& record) {
+    for (const KeyDef& key : def().keys) {
+        int seg = key.AutoIncSegment();
+        if (seg < 0) continue;
+        const Segment& s = key.segments[seg];
+        uint8_t* p = record.data() + s.Offset();
+        if (LoadSigned(p, s.length) != 0) continue;
+        int64_t high;
+        if (Status st = HighestValue(key, seg, high)) return st;
+        int64_t next = std::max<int64_t>(high, 0) + 1;
+        if (s.length == 2)
+            StoreLe16(p, uint16_t(next));
+        else
+            StoreLe32(p, uint32_t(next));
+    }
+    return RM_OK;
+}
+
+Status Store::Insert(FileState& state, std::vector<uint8_t>& record, uint32_t& address,
+                     Seqs& seqs) {
+    if (Status st = FillAutoIncrement(record)) return st;
+    const FileDef& d = def();
+    std::vector<Entry> entries(d.keys.size());
+    std::vector<bool> excluded(d.keys.size());
+    for (size_t i = 0; i < d.keys.size(); ++i) {
+        const KeyDef& key = d.keys[i];
+        excluded[i] = ExcludedFromIndex(key, record.data());
+        if (excluded[i] || key.Duplicates()) continue;
+        MakeEntry(key, record.data(), 0, entries[i]);
+        bool conflict;
+        if (Status st = Conflicts(key, entries[i], 0, conflict)) return st;
+        if (conflict) return RM_DUPLICATE_KEY;
+    }
+    if (state.nextAddress == 0) return RM_IO_ERROR;  // every address has been used
+    address = state.nextAddress++;
+    seqs.clear();
+    for (size_t i = 0; i < d.keys.size(); ++i) {
+        const KeyDef& key = d.keys[i];
+        if (excluded[i]) continue;
+        if (key.Duplicates()) {
+            uint64_t seq = state.nextSeq++;
+            seqs.emplace_back(key.id, seq);
+            MakeEntry(key, record.data(), seq, entries[i]);
+        }
+        if (Status st = AddEntry(state, key, entries[i], address)) return st;
+    }
+    if (Status st = PutRecord(address, 0, seqs, record.data(), uint32_t(record.size()), MDB_APPEND))
+        return st;
+    state.records++;
+    return RM_OK;
+}
+
+Status Store::Update(FileState& state, const StoredRecord& old, const uint8_t* data, uint32_t len,
+                     uint32_t& newVersion, Seqs& seqs) {
+    const FileDef& d = def();
+    std::vector<uint8_t> before(old.data, old.data + old.length);
+    struct Change {
+        bool oldOut, newOut, moved;
+        Entry oldEntry, newEntry;
+    };
+    std::vector<Change> changes(d.keys.size());
+    uint8_t a[RM_MAX_KEY_LENGTH], b[RM_MAX_KEY_LENGTH];
+    for (size_t i = 0; i < d.keys.size(); ++i) {
+        const KeyDef& key = d.keys[i];
+        Change& c = changes[i];
+        ExtractKey(key, before.data(), a);
+        ExtractKey(key, data, b);
+        if (!key.Modifiable() && std::memcmp(a, b, key.length) != 0)
+            return RM_MODIFIABLE_KEY_CHANGED;
+        c.oldOut = ExcludedFromIndex(key, before.data());
+        c.newOut = ExcludedFromIndex(key, data);
+        MakeEntry(key, before.data(), old.SeqOf(key.id), c.oldEntry);
+        MakeEntry(key, data, 0, c.newEntry);
+        c.moved = c.oldOut != c.newOut ||
+                  std::memcmp(c.oldEntry.bytes, c.newEntry.bytes, key.length) != 0;
+        if (c.moved && !c.newOut && !key.Duplicates()) {
+            bool conflict;
+            if (Status st = Conflicts(key, c.newEntry, old.address, conflict)) return st;
+            if (conflict) return RM_DUPLICATE_KEY;
+        }
+    }
+    seqs.clear();
+    for (size_t i = 0; i < d.keys.size(); ++i) {
+        const KeyDef& key = d.keys[i];
+        Change& c = changes[i];
+        if (c.moved) {
+            if (!c.oldOut)
+                if (Status st = RemoveEntry(state, key, c.oldEntry)) return st;
+            if (!c.newOut) {
+                // A changed value goes last among its new duplicates.
+                uint64_t seq = key.Duplicates() ? state.nextSeq++ : 0;
+                MakeEntry(key, data, seq, c.newEntry);
+                if (Status st = AddEntry(state, key, c.newEntry, old.address)) return st;
+                if (key.Duplicates()) seqs.emplace_back(key.id, seq);
+            }
+        } else if (!c.newOut && key.Duplicates()) {
+            seqs.emplace_back(key.id, old.SeqOf(key.id));
+        }
+    }
+    newVersion = old.version + 1;
+    return PutRecord(old.address, newVersion, seqs, data, len, 0);
+}
+
+Status Store::Delete(FileState& state, const StoredRecord& old) {
+    std::vector<uint8_t> before(old.data, old.data + old.length);
+    for (const KeyDef& key : def().keys) {
+        if (ExcludedFromIndex(key, before.data())) continue;
+        Entry e;
+        MakeEntry(key, before.data(), old.SeqOf(key.id), e);
+        if (Status st = RemoveEntry(state, key, e)) return st;
+    }
+    uint32_t address = old.address;
+    MDB_val k = Val(&address, 4);
+    if (int rc = mdb_del(txn_, env_.records(), &k, nullptr)) return StatusOf(rc);
+    if (state.records > 0) state.records--;
+    return RM_OK;
+}
+
+Status Store::BuildIndex(FileState& state, const KeyDef& key) {
+    MDB_cursor* c;
+    if (int rc = mdb_cursor_open(txn_, env_.records(), &c)) return StatusOf(rc);
+    MDB_val k, v;
+    int rc;
+    Status st = RM_OK;
+    std::vector<uint8_t> copy;
+    Seqs seqs;
+    for (rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0 && st == RM_OK;
+         rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
+        StoredRecord r;
+        uint32_t address = 0;
+        std::memcpy(&address, k.mv_data, 4);
+        if (!DecodeRecord(v, address, r)) {
+            st = RM_IO_ERROR;
+            break;
+        }
+        if (ExcludedFromIndex(key, r.data)) continue;
+        Entry e;
+        if (key.Duplicates()) {
+            // The new key's sequence goes into the record's header.
+            uint64_t seq = state.nextSeq++;
+            copy.assign(r.data, r.data + r.length);
+            seqs.clear();
+            for (uint8_t i = 0; i < r.seqCount; ++i) {
+                const uint8_t* p = r.seqs + i * kSeqPair;
+                if (LoadLe16(p) != key.id) seqs.emplace_back(LoadLe16(p), LoadLe64(p + 2));
+            }
+            seqs.emplace_back(key.id, seq);
+            uint32_t version = r.version;
+            MakeEntry(key, copy.data(), seq, e);
+            st = AddEntry(state, key, e, address);
+            if (st == RM_OK)
+                st = PutRecord(address, version, seqs, copy.data(), uint32_t(copy.size()), 0);
+            if (st == RM_OK) {
+                // The put may have moved the cursor's page; find our place again.
+                k = Val(&address, 4);
+                rc = mdb_cursor_get(c, &k, &v, MDB_SET);
+                if (rc != 0) break;
+            }
+        } else {
+            MakeEntry(key, r.data, 0, e);
+            st = AddEntry(state, key, e, address);
+        }
+    }
+    mdb_cursor_close(c);
+    if (st != RM_OK) return st;
+    return rc == MDB_NOTFOUND ? RM_OK : StatusOf(rc);
+}
+
+}  // namespace recman

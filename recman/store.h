@@ -1,0 +1,107 @@
+// Records and indexes of one file inside one storage transaction.
+//
+// A record is stored under its address as: version (4 bytes), the number of
+// duplicate sequences (1 byte), one (index id, sequence) pair per key that
+// allows duplicates (10 bytes each), then the record's bytes. An index entry's
+// key is the key's sort form, followed for duplicate keys by the 8-byte
+// sequence that keeps insertion order among equal values; its value is the
+// record's address.
+#pragma once
+
+#include <lmdb.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "recman/filedef.h"
+#include "recman/fileenv.h"
+#include "recman/recman.h"
+
+namespace recman {
+
+inline constexpr size_t kMaxEntry = RM_MAX_KEY_LENGTH + 8;
+
+struct StoredRecord {
+    uint32_t address = 0;
+    uint32_t version = 0;
+    const uint8_t* data = nullptr;
+    uint32_t length = 0;
+    const uint8_t* seqs = nullptr;
+    uint8_t seqCount = 0;
+
+    uint64_t SeqOf(uint16_t indexId) const;  // 0 when the record has none for it
+};
+
+bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out);
+
+struct Entry {
+    uint8_t bytes[kMaxEntry];
+    uint16_t len = 0;
+};
+
+// The index entry of a record under `key` (seq only counts for duplicate keys).
+void MakeEntry(const KeyDef& key, const uint8_t* record, uint64_t seq, Entry& out);
+inline size_t EntryLength(const KeyDef& key) {
+    return key.length + (key.Duplicates() ? 8 : 0);
+}
+
+// Positioning of an LMDB cursor relative to `x`, which is a whole entry or the
+// sort form alone (then it stands for every entry that begins with it).
+// `entryLen` is the length of the index's entries. MDB_NOTFOUND when nothing fits.
+int SeekFirstAtOrAfter(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v);
+int SeekFirstAfter(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k, MDB_val& v);
+int SeekLastBefore(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v);
+int SeekLastAtOrBefore(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k,
+                       MDB_val& v);
+
+// The sequence of `id` among (index id, sequence) pairs; 0 when absent.
+uint64_t SeqIn(const std::vector<std::pair<uint16_t, uint64_t>>& seqs, uint16_t id);
+
+inline uint32_t AddressOf(const MDB_val& v) {
+    uint32_t a = 0;
+    if (v.mv_size == 4) std::memcpy(&a, v.mv_data, 4);
+    return a;
+}
+
+class Store {
+  public:
+    Store(FileEnv& env, MDB_txn* txn) : env_(env), txn_(txn) {}
+
+    const FileDef& def() const { return env_.def(); }
+    MDB_txn* txn() const { return txn_; }
+
+    // The record at `address`; MDB_NOTFOUND when there is none.
+    int Get(uint32_t address, StoredRecord& out);
+
+    using Seqs = std::vector<std::pair<uint16_t, uint64_t>>;
+
+    // Stores a new record. Autoincrement fields that hold 0 are given the
+    // file's highest value + 1 in `record` itself. `seqs` receives the
+    // record's duplicate sequences.
+    Status Insert(FileState& state, std::vector<uint8_t>& record, uint32_t& address, Seqs& seqs);
+    // Replaces the record `old` with `data`.
+    Status Update(FileState& state, const StoredRecord& old, const uint8_t* data, uint32_t len,
+                  uint32_t& newVersion, Seqs& seqs);
+    Status Delete(FileState& state, const StoredRecord& old);
+
+    // Builds the index of `key` over every record (Create Index).
+    Status BuildIndex(FileState& state, const KeyDef& key);
+
+  private:
+    Status FillAutoIncrement(std::vector<uint8_t>& record);
+    Status HighestValue(const KeyDef& key, int seg, int64_t& out);
+    Status AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint32_t address);
+    Status RemoveEntry(FileState& state, const KeyDef& key, const Entry& e);
+    Status Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& conflict);
+    Status PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, const uint8_t* data,
+                     uint32_t len, unsigned flags);
+    MDB_dbi IndexDbi(const KeyDef& key) const { return env_.Index(key.id); }
+
+    FileEnv& env_;
+    MDB_txn* txn_;
+    std::string scratch_;
+};
+
+}  // namespace recman

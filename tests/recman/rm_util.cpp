@@ -1,0 +1,157 @@
+#include "rm_util.h"
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+namespace rmtest {
+
+void Put16(uint8_t* p, uint16_t v) {
+    p[0] = uint8_t(v);
+    p[1] = uint8_t(v >> 8);
+}
+void Put32(uint8_t* p, uint32_t v) {
+    for (int i = 0; i < 4; ++i) p[i] = uint8_t(v >> (8 * i));
+}
+uint16_t Get16(const uint8_t* p) { return uint16_t(p[0] | (p[1] << 8)); }
+uint32_t Get32(const uint8_t* p) {
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+
+std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<Key>& keys, uint16_t fileFlags,
+                          uint16_t pageSize) {
+    size_t segs = 0;
+    for (const Key& k : keys) segs += k.size();
+    std::vector<uint8_t> s(16 + 16 * segs, 0);
+    Put16(s.data(), recordLength);
+    Put16(s.data() + 2, pageSize);
+    Put16(s.data() + 4, uint16_t(keys.size()));
+    Put16(s.data() + 10, fileFlags);
+    uint8_t* p = s.data() + 16;
+    for (const Key& k : keys) {
+        for (size_t i = 0; i < k.size(); ++i, p += 16) {
+            const Seg& g = k[i];
+            Put16(p, g.pos);
+            Put16(p + 2, g.len);
+            Put16(p + 4, uint16_t(g.flags | (i + 1 < k.size() ? RM_KEY_SEGMENTED : 0)));
+            p[10] = g.type;
+            p[11] = g.nullValue;
+            p[14] = g.number;
+        }
+    }
+    return s;
+}
+
+std::array<uint8_t, 16> ClientId(uint16_t number) {
+    std::array<uint8_t, 16> id{};
+    id[12] = 'T';
+    id[13] = 'S';
+    id[14] = uint8_t(number);
+    id[15] = uint8_t(number >> 8);
+    return id;
+}
+
+TempDir::TempDir() {
+    std::string base = std::filesystem::temp_directory_path().string() + "/rmtest-XXXXXX";
+    std::vector<char> tmpl(base.begin(), base.end());
+    tmpl.push_back(0);
+    if (!mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp failed");
+    path_ = tmpl.data();
+}
+
+TempDir::~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+}
+
+int16_t CreateFile(const std::string& path, const std::vector<uint8_t>& spec, int8_t mode) {
+    uint8_t key[255] = {};
+    std::strncpy(reinterpret_cast<char*>(key), path.c_str(), 254);
+    uint32_t len = uint32_t(spec.size());
+    auto id = ClientId(0);
+    return BTRCALLID(RM_CREATE, nullptr, const_cast<uint8_t*>(spec.data()), &len, key, 255, mode,
+                     id.data());
+}
+
+Handle::~Handle() {
+    if (open_) Close();
+}
+
+int16_t Handle::Call(uint16_t op, void* data, uint32_t* len, void* key, int8_t keyNum) {
+    return BTRCALLID(op, pos_, data, len, key, 255, keyNum, client_.data());
+}
+
+int16_t Handle::Open(const std::string& path, int8_t mode, const char* owner) {
+    uint8_t key[255] = {};
+    std::strncpy(reinterpret_cast<char*>(key), path.c_str(), 254);
+    uint32_t len = owner ? uint32_t(std::strlen(owner) + 1) : 0;
+    int16_t st = Call(RM_OPEN, const_cast<char*>(owner), &len, key, mode);
+    if (st == RM_OK) open_ = true;
+    return st;
+}
+
+int16_t Handle::Close() {
+    uint32_t len = 0;
+    int16_t st = Call(RM_CLOSE, nullptr, &len, key_, 0);
+    if (st == RM_OK) open_ = false;
+    return st;
+}
+
+int16_t Handle::Insert(std::vector<uint8_t>& rec, int8_t keyNum) {
+    uint32_t len = uint32_t(rec.size());
+    return Call(RM_INSERT, rec.data(), &len, key_, keyNum);
+}
+
+int16_t Handle::Update(std::vector<uint8_t>& rec, int8_t keyNum) {
+    uint32_t len = uint32_t(rec.size());
+    return Call(RM_UPDATE, rec.data(), &len, key_, keyNum);
+}
+
+int16_t Handle::Delete() {
+    uint32_t len = 0;
+    return Call(RM_DELETE, nullptr, &len, key_, 0);
+}
+
+int16_t Handle::Get(uint16_t op, int8_t keyNum, std::vector<uint8_t>& rec, uint8_t* key,
+                    uint32_t bufLen) {
+    rec.assign(bufLen, 0);
+    uint32_t len = bufLen;
+    int16_t st = Call(op, rec.data(), &len, key ? key : key_, keyNum);
+    rec.resize(st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT ? len : 0);
+    return st;
+}
+
+int16_t Handle::Position(uint32_t& address) {
+    uint8_t buf[4] = {};
+    uint32_t len = 4;
+    int16_t st = Call(RM_GET_POSITION, buf, &len, key_, 0);
+    address = Get32(buf);
+    return st;
+}
+
+int16_t Handle::Direct(uint32_t address, int8_t keyNum, std::vector<uint8_t>& rec, uint16_t lock) {
+    rec.assign(70000, 0);
+    Put32(rec.data(), address);
+    uint32_t len = uint32_t(rec.size());
+    int16_t st = Call(uint16_t(RM_GET_DIRECT + lock), rec.data(), &len, key_, keyNum);
+    rec.resize(st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT ? len : 0);
+    return st;
+}
+
+int16_t Handle::Stat(std::vector<uint8_t>& out) {
+    out.assign(16 + 16 * 255, 0);
+    uint32_t len = uint32_t(out.size());
+    int16_t st = Call(RM_STAT, out.data(), &len, key_, -1);
+    out.resize(st == RM_OK ? len : 0);
+    return st;
+}
+
+int16_t Handle::RecordCount(uint32_t& count) {
+    std::vector<uint8_t> s;
+    int16_t st = Stat(s);
+    count = st == RM_OK ? Get32(s.data() + 6) : 0;
+    return st;
+}
+
+}  // namespace rmtest
