@@ -71,8 +71,8 @@ int main(int argc, char** argv) {
     seg += 16;
     Put16(seg, 5);
     Put16(seg + 2, 30);
-    Put16(seg + 4, RM_KEY_EXTENDED_TYPE | RM_KEY_DUPLICATES | RM_KEY_MODIFIABLE |
-                       RM_KEY_CASE_INSENSITIVE);
+    Put16(seg + 4,
+          RM_KEY_EXTENDED_TYPE | RM_KEY_DUPLICATES | RM_KEY_MODIFIABLE | RM_KEY_CASE_INSENSITIVE);
     seg[10] = RM_TYPE_ZSTRING;
 
     char key[255] = {};
@@ -89,8 +89,8 @@ int main(int argc, char** argv) {
         int32_t number;
         const char* name;
         const char* city;
-    } people[] = {{1042, "Ada Lovelace", "London"},     {7, "Blaise Pascal", "Paris"},
-                  {311, "Grace Hopper", "new york"},   {95, "Alan Turing", "London"},
+    } people[] = {{1042, "Ada Lovelace", "London"},   {7, "Blaise Pascal", "Paris"},
+                  {311, "Grace Hopper", "new york"},  {95, "Alan Turing", "London"},
                   {2024, "Emmy Noether", "Erlangen"}, {12, "Marie Curie", "Paris"}};
     for (const auto& p : people) {
         Customer c{};

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -23,10 +22,9 @@ namespace {
 constexpr uint32_t kBlockMagic = 0x42504D52;  // "RMPB"
 constexpr int kWriterSlotWaitMs = 50;
 constexpr auto kRetryPause = std::chrono::milliseconds(2);
-constexpr auto kIdleSnapshot = std::chrono::seconds(1);
+constexpr auto kIdleSnapshot = std::chrono::milliseconds(250);
 
 using Clock = std::chrono::steady_clock;
-std::atomic<int64_t> g_lastCall{0};
 
 int64_t NowTicks() {
     return Clock::now().time_since_epoch().count();
@@ -101,9 +99,9 @@ Engine::Engine() : token_(NewToken()) {
 void Engine::ReleaseIdleSnapshots() {
     std::lock_guard<std::mutex> lk(mu_);
     if (forked_) return;
-    if (Clock::duration(NowTicks() - g_lastCall.load()) < kIdleSnapshot) return;
+    int64_t before = NowTicks() - Clock::duration(kIdleSnapshot).count();
     for (auto& [id, weak] : envs_)
-        if (auto env = weak.lock()) env->ReleaseSnapshot();
+        if (auto env = weak.lock()) env->ReleaseSnapshotIfUnusedSince(before);
 }
 
 void Engine::AfterFork() {
@@ -175,10 +173,7 @@ int16_t Engine::Call(uint16_t op, void* pos, void* data, uint32_t* dataLen, void
     bool waiting = false;
     for (;;) {
         Status st = Dispatch(r);
-        if (st >= 0) {
-            g_lastCall.store(NowTicks());
-            return int16_t(st);
-        }
+        if (st >= 0) return int16_t(st);
         if (!waiting) {
             int ms = 0;
             if (st == kBlockedByWriter && r.IsChange())

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -51,6 +52,10 @@ class Engine {
     // Gives up read snapshots that no call has used for a while, so that a
     // quiet process does not hold back the reuse of pages in the files.
     void ReleaseIdleSnapshots();
+
+    // Consistency check of a file (see check.h), through this process's
+    // environment of the file.
+    Status Check(const std::string& path, std::vector<std::string>& problems);
 
   private:
     Engine();

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -18,7 +19,6 @@ namespace recman {
 namespace {
 
 constexpr size_t kMiB = size_t(1) << 20;
-constexpr size_t kHeadroom = size_t(1) << 30;  // address space reserved beyond the data
 constexpr unsigned kMaxDbs = 2 * RM_MAX_KEYS + 16;
 const char kDefKey[] = "def";
 const char kStateKey[] = "state";
@@ -26,6 +26,15 @@ const char kStateKey[] = "state";
 // LMDB's meta page: magic and format at offset 16, page size at 40.
 constexpr uint32_t kLmdbMagic = 0xBEEFC0DE;
 constexpr uint32_t kLmdbDataVersion = 1;
+
+// Address space reserved beyond a file's data, so that it can grow without
+// remapping; RECMAN_MAP_RESERVE_MB, 1 GiB by default. Only address space: no
+// memory or disk is taken until data is written.
+size_t Headroom() {
+    const char* s = std::getenv("RECMAN_MAP_RESERVE_MB");
+    long mb = s ? std::strtol(s, nullptr, 10) : 0;
+    return (mb > 0 ? size_t(mb) : size_t(1024)) * kMiB;
+}
 
 unsigned SyncFlags() {
     const char* s = std::getenv("RECMAN_SYNC");
@@ -163,7 +172,7 @@ Status FileEnv::Init(const std::string& path) {
     if (mdb_env_create(&env_) != 0) return RM_IO_ERROR;
     mdb_env_set_maxdbs(env_, kMaxDbs);
     mapSize_ =
-        RoundUp(std::max<size_t>(size_t(sb.st_size) * 2, size_t(sb.st_size) + kHeadroom), kMiB);
+        RoundUp(std::max<size_t>(size_t(sb.st_size) * 2, size_t(sb.st_size) + Headroom()), kMiB);
     mdb_env_set_mapsize(env_, mapSize_);
     unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | SyncFlags();
     int rc = mdb_env_open(env_, path.c_str(), flags, 0644);
@@ -177,11 +186,14 @@ Status FileEnv::Init(const std::string& path) {
     }
     if (rc != 0)
         return rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH ? RM_NOT_A_RECMAN_FILE : RM_IO_ERROR;
-    // A file cut short would fault when its missing pages are touched.
+    // A file cut short would fault when its missing pages are touched. The size
+    // is read after the page count: pages reach the file before the meta page
+    // that counts them, while other processes keep writing.
     MDB_envinfo info;
     MDB_stat est;
     mdb_env_info(env_, &info);
     mdb_env_stat(env_, &est);
+    if (::stat(path.c_str(), &sb) != 0) return RM_IO_ERROR;
     if ((uint64_t(info.me_last_pgno) + 1) * est.ms_psize > uint64_t(sb.st_size))
         return RM_NOT_A_RECMAN_FILE;
     if (info.me_mapsize > mapSize_) mapSize_ = info.me_mapsize;
@@ -260,7 +272,7 @@ Status FileEnv::Grow() {
     mdb_env_info(env_, &info);
     mdb_env_stat(env_, &est);
     size_t used = (size_t(info.me_last_pgno) + 1) * est.ms_psize;
-    size_t size = RoundUp(std::max(mapSize_ * 2, used + kHeadroom), kMiB);
+    size_t size = RoundUp(std::max(mapSize_ * 2, used + Headroom()), kMiB);
     if (mdb_env_set_mapsize(env_, size) != 0) return RM_DISK_FULL;
     mapSize_ = size;
     return RM_OK;
@@ -274,7 +286,12 @@ void FileEnv::ReleaseSnapshot() {
     }
 }
 
+void FileEnv::ReleaseSnapshotIfUnusedSince(int64_t before) {
+    if (lastUse_ < before) ReleaseSnapshot();
+}
+
 Status FileEnv::Snapshot(MDB_txn*& out) {
+    lastUse_ = std::chrono::steady_clock::now().time_since_epoch().count();
     if (snap_ && snapLive_) {
         MDB_envinfo info;
         mdb_env_info(env_, &info);
@@ -320,6 +337,9 @@ Status FileEnv::Snapshot(MDB_txn*& out) {
 
 Status FileEnv::BeginWrite(MDB_txn*& out, FileState& state) {
     if (readOnly_) return RM_ACCESS_DENIED;
+    // The snapshot is out of date once this write commits, and until then it
+    // would keep the pages the write frees from being used again.
+    ReleaseSnapshot();
     for (int attempt = 0; attempt < 4; ++attempt) {
         MDB_txn* txn = nullptr;
         int rc = mdb_txn_begin(env_, nullptr, 0, &txn);

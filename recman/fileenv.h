@@ -64,6 +64,9 @@ class FileEnv {
     Status Snapshot(MDB_txn*& out);
     uint64_t generation() const { return gen_; }
     void ReleaseSnapshot();
+    // A live snapshot keeps every page freed after it from being reused, so
+    // one that no call has used since `before` is given up.
+    void ReleaseSnapshotIfUnusedSince(int64_t before);
 
     // Write transactions. The caller holds the file's writer slot.
     Status BeginWrite(MDB_txn*& out, FileState& state);
@@ -108,6 +111,7 @@ class FileEnv {
     MDB_txn* snap_ = nullptr;
     bool snapLive_ = false;
     uint64_t gen_ = 1;
+    int64_t lastUse_ = 0;  // steady-clock ticks of the snapshot's last use
     size_t mapSize_ = 0;
     LockFile writerLock_;
 };

@@ -24,7 +24,8 @@ uint8_t Fold(uint8_t c) {
 
 int64_t Signed(const uint8_t* p, int n) {
     uint64_t v = 0;
-    for (int i = 0; i < n; ++i) v |= uint64_t(p[i]) << (8 * i);
+    for (int i = 0; i < n; ++i)
+        v |= uint64_t(p[i]) << (8 * i);
     if (n < 8 && (v >> (8 * n - 1)) & 1) v |= ~uint64_t(0) << (8 * n);
     return int64_t(v);
 }
@@ -43,7 +44,8 @@ double Float(const uint8_t* p, int n) {
 std::string Text(const uint8_t* p, size_t n, bool ci) {
     std::string s(reinterpret_cast<const char*>(p), n);
     if (ci)
-        for (char& c : s) c = char(Fold(uint8_t(c)));
+        for (char& c : s)
+            c = char(Fold(uint8_t(c)));
     return s;
 }
 
@@ -111,7 +113,8 @@ const Key* Model::ById(int id) const {
 
 std::vector<uint8_t> Model::KeyOf(const Key& k, const std::vector<uint8_t>& data) const {
     std::vector<uint8_t> out;
-    for (const Seg& s : k.segs) out.insert(out.end(), &data[s.off], &data[s.off] + s.len);
+    for (const Seg& s : k.segs)
+        out.insert(out.end(), &data[s.off], &data[s.off] + s.len);
     return out;
 }
 
@@ -200,7 +203,9 @@ Answer Model::Get(Handle& h, int op, int keyNum, bool keyOnly, uint32_t bufLen, 
     if (step && h.lg == P::None) return {RM_INVALID_POSITIONING};
     if (step && h.keyId != k->id) return {RM_DIFFERENT_KEY_NUMBER};
     std::vector<uint32_t> order = Ordered(*k);
-    auto cmpKey = [&](uint32_t addr) { return CompareKey(*k, KeyOf(*k, recs.at(addr).data).data(), key); };
+    auto cmpKey = [&](uint32_t addr) {
+        return CompareKey(*k, KeyOf(*k, recs.at(addr).data).data(), key);
+    };
     auto cmpPos = [&](uint32_t addr) {
         const Rec& r = recs.at(addr);
         return CompareEntry(*k, KeyOf(*k, r.data), k->dup ? r.seq.at(k->id) : 0, h.key, h.seq);
@@ -217,13 +222,27 @@ Answer Model::Get(Handle& h, int op, int keyNum, bool keyOnly, uint32_t bufLen, 
         return -1L;
     };
     switch (op) {
-        case RM_GET_EQUAL: found = first([&](uint32_t x) { return cmpKey(x) == 0; }); break;
-        case RM_GET_GREATER: found = first([&](uint32_t x) { return cmpKey(x) > 0; }); break;
-        case RM_GET_GREATER_OR_EQUAL: found = first([&](uint32_t x) { return cmpKey(x) >= 0; }); break;
-        case RM_GET_LESS: found = last([&](uint32_t x) { return cmpKey(x) < 0; }); break;
-        case RM_GET_LESS_OR_EQUAL: found = last([&](uint32_t x) { return cmpKey(x) <= 0; }); break;
-        case RM_GET_FIRST: found = n ? 0 : -1; break;
-        case RM_GET_LAST: found = n - 1; break;
+        case RM_GET_EQUAL:
+            found = first([&](uint32_t x) { return cmpKey(x) == 0; });
+            break;
+        case RM_GET_GREATER:
+            found = first([&](uint32_t x) { return cmpKey(x) > 0; });
+            break;
+        case RM_GET_GREATER_OR_EQUAL:
+            found = first([&](uint32_t x) { return cmpKey(x) >= 0; });
+            break;
+        case RM_GET_LESS:
+            found = last([&](uint32_t x) { return cmpKey(x) < 0; });
+            break;
+        case RM_GET_LESS_OR_EQUAL:
+            found = last([&](uint32_t x) { return cmpKey(x) <= 0; });
+            break;
+        case RM_GET_FIRST:
+            found = n ? 0 : -1;
+            break;
+        case RM_GET_LAST:
+            found = n - 1;
+            break;
         case RM_GET_NEXT:
             found = h.lg == P::Before ? first([&](uint32_t x) { return cmpPos(x) >= 0; })
                                       : first([&](uint32_t x) { return cmpPos(x) > 0; });
@@ -247,7 +266,8 @@ Answer Model::Step(Handle& h, int op, uint32_t bufLen) {
     bool next = op == RM_STEP_NEXT, prev = op == RM_STEP_PREVIOUS;
     if ((next || prev) && h.ph == P::None) return {RM_INVALID_POSITIONING};
     std::vector<uint32_t> addrs;
-    for (auto& [a, r] : recs) addrs.push_back(a);
+    for (auto& [a, r] : recs)
+        addrs.push_back(a);
     long found = -1, n = long(addrs.size());
     if (op == RM_STEP_FIRST) {
         found = n ? 0 : -1;
@@ -298,9 +318,11 @@ Answer Model::Insert(Handle& h, std::vector<uint8_t> data, int keyNum, uint8_t* 
         const Seg& s = k.segs[k.autoSeg];
         if (Signed(&data[s.off], s.len) != 0) continue;
         int64_t high = 0;
-        for (auto& [a, r] : recs) high = std::max(high, Signed(&r.data[s.off], s.len));
+        for (auto& [a, r] : recs)
+            high = std::max(high, Signed(&r.data[s.off], s.len));
         int64_t next = high + 1;
-        for (int i = 0; i < s.len; ++i) data[s.off + i] = uint8_t(uint64_t(next) >> (8 * i));
+        for (int i = 0; i < s.len; ++i)
+            data[s.off + i] = uint8_t(uint64_t(next) >> (8 * i));
     }
     for (const Key& k : keys) {
         if (k.dup || Excluded(k, data)) continue;

@@ -55,7 +55,7 @@ struct Answer {
 };
 
 class Model {
-public:
+  public:
     uint16_t recLen = 0;
     bool var = false;
     std::vector<Key> keys;  // ascending key number
@@ -80,7 +80,7 @@ public:
     Answer Update(Handle& h, std::vector<uint8_t> data, int keyNum, uint8_t* key);
     Answer Delete(Handle& h);
 
-private:
+  private:
     int CompareEntry(const Key& k, const std::vector<uint8_t>& ka, uint64_t sa,
                      const std::vector<uint8_t>& kb, uint64_t sb) const;
     Answer Deliver(Handle& h, uint32_t addr, const Key* path, bool keyOnly, uint32_t bufLen,

@@ -8,6 +8,7 @@
 #include <random>
 
 #include "model.h"
+#include "recman/check.h"
 #include "rm_util.h"
 
 namespace {
@@ -77,8 +78,8 @@ rmmodel::Model ModelOf(const Schema& s) {
             ms.off = uint16_t(g.pos - 1);
             ms.len = g.len;
             ms.kind = (g.flags & EXT) ? g.type : ((g.flags & BIN) ? RM_TYPE_UNSIGNED_BINARY : 0);
-            ms.ci = (g.flags & CI) && (ms.kind == 0 || ms.kind == RM_TYPE_LSTRING ||
-                                       ms.kind == RM_TYPE_ZSTRING);
+            ms.ci = (g.flags & CI) &&
+                    (ms.kind == 0 || ms.kind == RM_TYPE_LSTRING || ms.kind == RM_TYPE_ZSTRING);
             ms.desc = g.flags & DESC;
             ms.nullValue = g.nullValue;
             if (ms.kind == RM_TYPE_AUTOINCREMENT) k.autoSeg = int(k.segs.size());
@@ -97,7 +98,7 @@ rmmodel::Model ModelOf(const Schema& s) {
 }
 
 class Gen {
-public:
+  public:
     explicit Gen(uint64_t seed) : rng_(seed) {}
     int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng_); }
     bool Chance(int percent) { return Int(1, 100) <= percent; }
@@ -107,17 +108,21 @@ public:
     }
 
     void Put(std::vector<uint8_t>& r, size_t off, uint64_t v, int n) {
-        for (int i = 0; i < n; ++i) r[off + i] = uint8_t(v >> (8 * i));
+        for (int i = 0; i < n; ++i)
+            r[off + i] = uint8_t(v >> (8 * i));
     }
     void PutText(std::vector<uint8_t>& r, size_t off, size_t n, const std::string& s, uint8_t pad) {
-        for (size_t i = 0; i < n; ++i) r[off + i] = i < s.size() ? uint8_t(s[i]) : pad;
+        for (size_t i = 0; i < n; ++i)
+            r[off + i] = i < s.size() ? uint8_t(s[i]) : pad;
     }
     void PutBcd(std::vector<uint8_t>& r, size_t off, int n, long v, bool negZero = false) {
         bool neg = v < 0 || negZero;
         unsigned long m = neg ? (unsigned long)(-v) : (unsigned long)v;
         std::vector<uint8_t> digits(size_t(2 * n - 1));
-        for (size_t i = digits.size(); i-- > 0; m /= 10) digits[i] = uint8_t(m % 10);
-        for (int i = 0; i < n; ++i) r[off + i] = 0;
+        for (size_t i = digits.size(); i-- > 0; m /= 10)
+            digits[i] = uint8_t(m % 10);
+        for (int i = 0; i < n; ++i)
+            r[off + i] = 0;
         for (size_t i = 0; i < digits.size(); ++i)
             r[off + i / 2] |= uint8_t(i % 2 == 0 ? digits[i] << 4 : digits[i]);
         r[off + n - 1] |= neg ? (Chance(50) ? 0x0D : 0x0B) : (Chance(80) ? 0x0F : 0x0C);
@@ -128,11 +133,12 @@ public:
     std::vector<uint8_t> Record(const rmmodel::Model& m) {
         size_t tail = m.var ? size_t(Int(0, 3) == 0 ? 0 : Int(0, 120)) : 0;
         std::vector<uint8_t> r(m.recLen + tail, 0);
-        static const std::vector<int64_t> ints = {INT32_MIN, -70000, -1, 0, 1, 2, 255, 256, 70000,
-                                                  INT32_MAX};
+        static const std::vector<int64_t> ints = {INT32_MIN, -70000, -1,  0,     1,
+                                                  2,         255,    256, 70000, INT32_MAX};
         Put(r, 0, uint64_t(Chance(85) ? Int(-3000, 3000) : Pick(ints)), 4);
-        static const std::vector<std::string> strs = {"abc", "ABC", "Abd", "ab", "ab c", "\xe9t\xe9",
-                                                      "\xc9T\xc9", "zz", "", "\xf7x", "\xd7x"};
+        static const std::vector<std::string> strs = {"abc",  "ABC",       "Abd",       "ab",
+                                                      "ab c", "\xe9t\xe9", "\xc9T\xc9", "zz",
+                                                      "",     "\xf7x",     "\xd7x"};
         PutText(r, 4, 6, Pick(strs), Chance(50) ? ' ' : 0);
         static const std::vector<int64_t> shorts = {-32768, -2, -1, 0, 1, 3, 32767};
         Put(r, 10, uint64_t(Pick(shorts)), 2);
@@ -146,13 +152,15 @@ public:
         r[24] = uint8_t(Int(1, 31));
         r[25] = uint8_t(Int(1, 12));
         Put(r, 26, uint64_t(Pick(years)), 2);
-        for (int i = 0; i < 4; ++i) r[28 + i] = uint8_t(Int(0, 2));
+        for (int i = 0; i < 4; ++i)
+            r[28 + i] = uint8_t(Int(0, 2));
         static const std::vector<long> decs = {-100, -1, 0, 1, 99, 12345, 9999999};
         if (Chance(15))
             std::fill(r.begin() + 32, r.begin() + 36, 0);  // null for the manual key
         else
             PutBcd(r, 32, 4, Chance(70) ? Int(-99999, 99999) : Pick(decs), Chance(10));
-        static const std::vector<std::string> zs = {"a", "ab", "abc", "AB", "", "\xe9t\xe9", "ABCDEF"};
+        static const std::vector<std::string> zs = {"a", "ab",        "abc",   "AB",
+                                                    "",  "\xe9t\xe9", "ABCDEF"};
         PutText(r, 36, 6, Pick(zs), 0);
         if (Chance(30)) r[41] = uint8_t(Int(1, 255));  // garbage after a short text's end
         static const std::vector<std::string> ls = {"", "a", "ab", "AB", "abcd", "b"};
@@ -163,7 +171,8 @@ public:
         r[50] = uint8_t(Int(0, 2));
         PutBcd(r, 51, 3, Pick(decs) % 100000, Chance(5));
         Put(r, 56, uint64_t(Chance(60) ? 0 : Int(-3, 400)), 4);
-        for (size_t i = m.recLen; i < r.size(); ++i) r[i] = uint8_t(Int(0, 255));
+        for (size_t i = m.recLen; i < r.size(); ++i)
+            r[i] = uint8_t(Int(0, 255));
         return r;
     }
 
@@ -181,13 +190,13 @@ int OpsFromEnv(int fallback) {
 }
 
 class ModelRun {
-public:
+  public:
     ModelRun(const Schema& schema, uint64_t seed)
         : schema_(schema), model_(ModelOf(schema)), gen_(seed) {}
 
     void Run(int ops) {
-        ASSERT_EQ(rmtest::CreateFile(path_, rmtest::Spec(schema_.recLen, schema_.keys,
-                                                         schema_.fileFlags)),
+        ASSERT_EQ(rmtest::CreateFile(path_,
+                                     rmtest::Spec(schema_.recLen, schema_.keys, schema_.fileFlags)),
                   RM_OK);
         for (int i = 0; i < 2; ++i) {
             ASSERT_EQ(handles_[i].Open(path_), RM_OK);
@@ -200,7 +209,7 @@ public:
         if (!::testing::Test::HasFailure()) CheckWhole();
     }
 
-private:
+  private:
     int KeyNumber() {
         if (gen_.Chance(3)) return gen_.Pick(std::vector<int>{-1, 9, 50, 118});
         return model_.keys[size_t(gen_.Int(0, int(model_.keys.size()) - 1))].number;
@@ -229,7 +238,8 @@ private:
         rmtest::Handle& h = handles_[hi];
         rmmodel::Handle& mh = mh_[hi];
         uint8_t key[255], mkey[255];
-        for (auto& b : key) b = uint8_t(gen_.Int(0, 255));
+        for (auto& b : key)
+            b = uint8_t(gen_.Int(0, 255));
         int roll = gen_.Int(1, 100);
         if (roll <= 22) {  // insert
             std::vector<uint8_t> rec = gen_.Record(model_);
@@ -264,9 +274,10 @@ private:
             Expect("delete", st, a, nullptr, 0, key, mkey);
         } else if (roll <= 80) {  // keyed reads
             static const std::vector<int> ops = {
-                RM_GET_EQUAL, RM_GET_GREATER,  RM_GET_GREATER_OR_EQUAL, RM_GET_LESS,
-                RM_GET_LESS_OR_EQUAL, RM_GET_FIRST, RM_GET_LAST, RM_GET_NEXT, RM_GET_NEXT,
-                RM_GET_NEXT, RM_GET_PREVIOUS, RM_GET_PREVIOUS};
+                RM_GET_EQUAL, RM_GET_GREATER,       RM_GET_GREATER_OR_EQUAL,
+                RM_GET_LESS,  RM_GET_LESS_OR_EQUAL, RM_GET_FIRST,
+                RM_GET_LAST,  RM_GET_NEXT,          RM_GET_NEXT,
+                RM_GET_NEXT,  RM_GET_PREVIOUS,      RM_GET_PREVIOUS};
             int op = gen_.Pick(ops);
             int kn = (op == RM_GET_NEXT || op == RM_GET_PREVIOUS) && mh.lg != rmmodel::P::None &&
                              gen_.Chance(90) && model_.ById(mh.keyId)
@@ -337,8 +348,12 @@ private:
         }
     }
 
-    // Stat and every index walked end to end agree with the model.
+    // Stat and every index walked end to end agree with the model, and the
+    // file is consistent.
     void CheckWhole() {
+        std::vector<std::string> problems;
+        ASSERT_EQ(recman::CheckFile(path_, problems), RM_OK);
+        ASSERT_TRUE(problems.empty()) << problems.front();
         std::vector<uint8_t> stat;
         ASSERT_EQ(handles_[0].Stat(stat), RM_OK);
         ASSERT_EQ(rmtest::Get32(&stat[6]), model_.recs.size()) << "record count";
@@ -378,8 +393,8 @@ class ModelTest : public ::testing::TestWithParam<int> {};
 TEST_P(ModelTest, EngineAgreesWithModel) {
     const Schema& schema = kSchemas[GetParam() % 3];
     uint64_t seed = SeedFromEnv(std::random_device{}() ^ (uint64_t(GetParam()) << 32));
-    SCOPED_TRACE("schema \"" + std::string(schema.name) + "\", RECMAN_MODEL_SEED=" +
-                 std::to_string(seed));
+    SCOPED_TRACE("schema \"" + std::string(schema.name) +
+                 "\", RECMAN_MODEL_SEED=" + std::to_string(seed));
     ModelRun run(schema, seed);
     run.Run(OpsFromEnv(4000));
 }

@@ -12,9 +12,12 @@ void Put16(uint8_t* p, uint16_t v) {
     p[1] = uint8_t(v >> 8);
 }
 void Put32(uint8_t* p, uint32_t v) {
-    for (int i = 0; i < 4; ++i) p[i] = uint8_t(v >> (8 * i));
+    for (int i = 0; i < 4; ++i)
+        p[i] = uint8_t(v >> (8 * i));
 }
-uint16_t Get16(const uint8_t* p) { return uint16_t(p[0] | (p[1] << 8)); }
+uint16_t Get16(const uint8_t* p) {
+    return uint16_t(p[0] | (p[1] << 8));
+}
 uint32_t Get32(const uint8_t* p) {
     return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
 }
@@ -22,7 +25,8 @@ uint32_t Get32(const uint8_t* p) {
 std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<Key>& keys, uint16_t fileFlags,
                           uint16_t pageSize) {
     size_t segs = 0;
-    for (const Key& k : keys) segs += k.size();
+    for (const Key& k : keys)
+        segs += k.size();
     std::vector<uint8_t> s(16 + 16 * segs, 0);
     Put16(s.data(), recordLength);
     Put16(s.data() + 2, pageSize);

@@ -38,7 +38,7 @@ std::array<uint8_t, 16> ClientId(uint16_t number);
 
 // A fresh folder under the system's temporary directory, removed afterwards.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -46,7 +46,7 @@ public:
     const std::string& path() const { return path_; }
     std::string File(const std::string& name) const { return path_ + "/" + name; }
 
-private:
+  private:
     std::string path_;
 };
 
@@ -55,13 +55,14 @@ int16_t CreateFile(const std::string& path, const std::vector<uint8_t>& spec,
 
 // One open handle of one client.
 class Handle {
-public:
+  public:
     explicit Handle(uint16_t client = 0) : client_(ClientId(client)) {}
     ~Handle();
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;
 
-    int16_t Open(const std::string& path, int8_t mode = RM_OPEN_NORMAL, const char* owner = nullptr);
+    int16_t Open(const std::string& path, int8_t mode = RM_OPEN_NORMAL,
+                 const char* owner = nullptr);
     int16_t Close();
     bool IsOpen() const { return open_; }
 
@@ -83,7 +84,7 @@ public:
     const uint8_t* client() const { return client_.data(); }
     uint8_t* pos() { return pos_; }
 
-private:
+  private:
     std::array<uint8_t, 16> client_;
     uint8_t pos_[RM_POSITION_BLOCK_SIZE] = {};
     uint8_t key_[255] = {};
