@@ -119,6 +119,13 @@ class Checker {
                 std::memcmp(e.bytes, k.mv_data, e.len) != 0)
                 Fault(name + " entry " + Hex(k.mv_data, k.mv_size) + " does not match record " +
                       std::to_string(address));
+            StoredRecord copy;
+            if (key.clustered &&
+                (!DecodeClustered(v, copy) || copy.version != r.version ||
+                 copy.length != r.length || std::memcmp(copy.data, r.data, r.length) != 0))
+                Fault(name + " holds a stale copy of record " + std::to_string(address));
+            if (!key.clustered && v.mv_size != 4)
+                Fault(name + " entry of record " + std::to_string(address) + " is malformed");
         }
         mdb_cursor_close(c);
         if (rc != MDB_NOTFOUND) return StatusOf(rc);

@@ -11,6 +11,7 @@ namespace recman {
 // Checks the file at `path`. Answers 0 and leaves `problems` empty when the
 // file is consistent; a status when it cannot be read; 0 with one line per
 // fault found otherwise.
-__attribute__((visibility("default"))) int CheckFile(const std::string& path, std::vector<std::string>& problems);
+__attribute__((visibility("default"))) int CheckFile(const std::string& path,
+                                                     std::vector<std::string>& problems);
 
 }  // namespace recman

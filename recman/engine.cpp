@@ -26,10 +26,6 @@ constexpr auto kIdleSnapshot = std::chrono::milliseconds(250);
 
 using Clock = std::chrono::steady_clock;
 
-int64_t NowTicks() {
-    return Clock::now().time_since_epoch().count();
-}
-
 int LockWaitMs() {
     const char* s = std::getenv("RECMAN_LOCK_WAIT_MS");
     if (!s || !*s) return 10000;
@@ -88,6 +84,10 @@ Engine& Engine::Instance() {
 
 Engine::Engine() : token_(NewToken()) {
     pthread_atfork(ForkPrepare, ForkParent, ForkChild);
+    StartReaper();
+}
+
+void Engine::StartReaper() {
     std::thread([this] {
         for (;;) {
             std::this_thread::sleep_for(kIdleSnapshot);
@@ -99,9 +99,8 @@ Engine::Engine() : token_(NewToken()) {
 void Engine::ReleaseIdleSnapshots() {
     std::lock_guard<std::mutex> lk(mu_);
     if (forked_) return;
-    int64_t before = NowTicks() - Clock::duration(kIdleSnapshot).count();
     for (auto& [id, weak] : envs_)
-        if (auto env = weak.lock()) env->ReleaseSnapshotIfUnusedSince(before);
+        if (auto env = weak.lock()) env->SweepSnapshot();
 }
 
 void Engine::AfterFork() {
@@ -122,15 +121,14 @@ void Engine::AfterFork() {
     lastClient_ = nullptr;
     token_ = NewToken();
     forked_ = false;
-    std::thread([this] {
-        for (;;) {
-            std::this_thread::sleep_for(kIdleSnapshot);
-            ReleaseIdleSnapshots();
-        }
-    }).detach();
+    StartReaper();
 }
 
 bool Engine::Decode(uint16_t op, Request& r) {
+    if (op < RM_KEY_ONLY) {  // the common case: no bias
+        r.op = op;
+        return true;
+    }
     if (op >= 1000) {
         if (op != RM_CONCURRENT + RM_BEGIN_TRANSACTION) return false;
         r.op = RM_BEGIN_TRANSACTION;
@@ -245,9 +243,11 @@ Status Engine::Dispatch(Request& r) {
 }
 
 Client* Engine::ClientFor(const uint8_t* id) {
-    ClientKey key{};
-    if (id) std::memcpy(key.data(), id, key.size());
-    if (lastClient_ && lastClient_->key == key) return lastClient_;
+    static const ClientKey kNone{};
+    if (!id) id = kNone.data();
+    if (lastClient_ && std::memcmp(lastClient_->key.data(), id, 16) == 0) return lastClient_;
+    ClientKey key;
+    std::memcpy(key.data(), id, key.size());
     auto& slot = clients_[key];
     if (!slot) {
         slot = std::make_unique<Client>();
@@ -343,25 +343,26 @@ void Engine::SyncCursors(Handle& h) {
 
 Status Engine::IndexCursor(Handle& h, MDB_txn* txn, bool shared, const KeyDef& key,
                            CursorRef& out) {
+    if (shared) {
+        SyncCursors(h);
+        if (h.idxCursor && h.idxCursorId == key.id) {
+            out.c = h.idxCursor;
+            return RM_OK;
+        }
+    }
     MDB_dbi dbi = h.env->Index(key.id);
     if (dbi == 0) return RM_IO_ERROR;
     if (!shared) {
         out.temp = true;
         return StatusOf(mdb_cursor_open(txn, dbi, &out.c));
     }
-    SyncCursors(h);
-    if (h.idxCursor && h.idxCursorId != key.id) {
-        mdb_cursor_close(h.idxCursor);
+    if (h.idxCursor) mdb_cursor_close(h.idxCursor);
+    if (int rc = mdb_cursor_open(txn, dbi, &h.idxCursor)) {
         h.idxCursor = nullptr;
+        return StatusOf(rc);
     }
-    if (!h.idxCursor) {
-        if (int rc = mdb_cursor_open(txn, dbi, &h.idxCursor)) {
-            h.idxCursor = nullptr;
-            return StatusOf(rc);
-        }
-        h.idxCursorId = key.id;
-        h.idxAtCurrency = false;
-    }
+    h.idxCursorId = key.id;
+    h.idxAtCurrency = false;
     out.c = h.idxCursor;
     return RM_OK;
 }

@@ -59,6 +59,7 @@ class Engine {
 
   private:
     Engine();
+    void StartReaper();
     static bool Decode(uint16_t op, Request& r);
     Status Dispatch(Request& r);
     Client* ClientFor(const uint8_t* id);

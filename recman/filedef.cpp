@@ -202,6 +202,7 @@ Status ParseCreateSpec(const uint8_t* buf, uint32_t len, FileDef& out) {
         k.id = def.nextIndexId++;
         def.AddKey(std::move(k));
     }
+    if (!def.keys.empty()) def.keys.front().clustered = true;
     out = std::move(def);
     return RM_OK;
 }
@@ -238,6 +239,7 @@ std::string SerializeDef(const FileDef& def) {
     for (const KeyDef& k : def.keys) {
         w.U8(k.number);
         w.U16(k.id);
+        w.U8(k.clustered ? 1 : 0);
         w.U8(uint8_t(k.segments.size()));
         for (const Segment& s : k.segments) {
             w.U16(s.position);
@@ -266,8 +268,11 @@ bool DeserializeDef(const void* data, size_t len, FileDef& out) {
     if (def.recordLength < 1 || def.recordLength > RM_MAX_RECORD_LENGTH) return false;
     for (uint16_t i = 0; i < keyCount; ++i) {
         KeyDef k;
-        uint8_t segCount = 0;
-        if (!r.U8(k.number) || !r.U16(k.id) || !r.U8(segCount) || segCount == 0) return false;
+        uint8_t segCount = 0, clustered = 0;
+        if (!r.U8(k.number) || !r.U16(k.id) || !r.U8(clustered) || clustered > 1 ||
+            !r.U8(segCount) || segCount == 0)
+            return false;
+        k.clustered = clustered;
         for (uint8_t j = 0; j < segCount; ++j) {
             Segment s;
             if (!r.U16(s.position) || !r.U16(s.length) || !r.U16(s.flags) || !r.U8(s.type) ||

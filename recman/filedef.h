@@ -31,6 +31,9 @@ struct KeyDef {
     uint16_t id = 0;  // names the key's index in the file; never reused
     std::vector<Segment> segments;
     uint16_t length = 0;  // key bytes, = sort-form bytes
+    // The primary key: its index entries carry a copy of the record, so that
+    // reads in its order need no second lookup.
+    bool clustered = false;
 
     bool Duplicates() const;
     bool Modifiable() const;

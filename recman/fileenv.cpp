@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -44,7 +44,9 @@ unsigned SyncFlags() {
 }
 
 std::string IndexName(uint16_t id) {
-    return "i" + std::to_string(id);
+    char name[8];
+    std::snprintf(name, sizeof(name), "i%u", unsigned(id));
+    return name;
 }
 
 MDB_val Val(const void* p, size_t n) {
@@ -286,12 +288,13 @@ void FileEnv::ReleaseSnapshot() {
     }
 }
 
-void FileEnv::ReleaseSnapshotIfUnusedSince(int64_t before) {
-    if (lastUse_ < before) ReleaseSnapshot();
+void FileEnv::SweepSnapshot() {
+    if (!used_) ReleaseSnapshot();
+    used_ = false;
 }
 
 Status FileEnv::Snapshot(MDB_txn*& out) {
-    lastUse_ = std::chrono::steady_clock::now().time_since_epoch().count();
+    used_ = true;
     if (snap_ && snapLive_) {
         MDB_envinfo info;
         mdb_env_info(env_, &info);

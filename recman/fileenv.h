@@ -65,8 +65,8 @@ class FileEnv {
     uint64_t generation() const { return gen_; }
     void ReleaseSnapshot();
     // A live snapshot keeps every page freed after it from being reused, so
-    // one that no call has used since `before` is given up.
-    void ReleaseSnapshotIfUnusedSince(int64_t before);
+    // one that no call has used since the previous sweep is given up.
+    void SweepSnapshot();
 
     // Write transactions. The caller holds the file's writer slot.
     Status BeginWrite(MDB_txn*& out, FileState& state);
@@ -111,7 +111,7 @@ class FileEnv {
     MDB_txn* snap_ = nullptr;
     bool snapLive_ = false;
     uint64_t gen_ = 1;
-    int64_t lastUse_ = 0;  // steady-clock ticks of the snapshot's last use
+    bool used_ = false;  // the snapshot was used since the last sweep
     size_t mapSize_ = 0;
     LockFile writerLock_;
 };

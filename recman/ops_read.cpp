@@ -131,13 +131,19 @@ Status Engine::GetKeyed(Request& r) {
     }
     if (rc != 0) return NotFound(rc, r.op == RM_GET_EQUAL ? RM_KEY_NOT_FOUND : RM_END_OF_FILE);
 
-    CursorRef rc2;
-    if ((st = RecordCursor(*h, txn, shared, rc2))) return st;
     StoredRecord rec;
-    if ((st = FetchRecord(rc2.c, AddressOf(v), rec)))
-        return st == RM_INVALID_RECORD_ADDRESS ? RM_IO_ERROR : st;
+    bool fetched = !key->clustered;  // the primary key's entries carry the record
+    if (!fetched) {
+        if (!DecodeClustered(v, rec)) return RM_IO_ERROR;
+    } else {
+        CursorRef rc2;
+        if ((st = RecordCursor(*h, txn, shared, rc2))) return st;
+        if ((st = FetchRecord(rc2.c, AddressOf(v), rec)))
+            return st == RM_INVALID_RECORD_ADDRESS ? RM_IO_ERROR : st;
+    }
     st = Deliver(r, *h, rec, key, &k);
-    h->idxAtCurrency = h->recAtCurrency = shared && (st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT);
+    h->idxAtCurrency = shared && (st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT);
+    h->recAtCurrency = fetched && h->idxAtCurrency;
     return st;
 }
 

@@ -56,6 +56,18 @@ bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out) {
     return true;
 }
 
+bool DecodeClustered(const MDB_val& v, StoredRecord& out) {
+    if (v.mv_size < 8) return false;
+    const uint8_t* p = static_cast<const uint8_t*>(v.mv_data);
+    std::memcpy(&out.address, p, 4);
+    out.version = LoadLe32(p + 4);
+    out.data = p + 8;
+    out.length = uint32_t(v.mv_size - 8);
+    out.seqs = nullptr;
+    out.seqCount = 0;
+    return true;
+}
+
 void MakeEntry(const KeyDef& key, const uint8_t* record, uint64_t seq, Entry& out) {
     SortKeyFromRecord(key, record, out.bytes);
     out.len = key.length;
@@ -152,7 +164,21 @@ Status Store::Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& 
     return RM_OK;
 }
 
-Status Store::AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint32_t address) {
+MDB_val Store::EntryValue(const KeyDef& key, uint32_t address, uint32_t version,
+                          const uint8_t* data, uint32_t len) {
+    if (!key.clustered) {
+        value_.assign(reinterpret_cast<const char*>(&address), 4);
+    } else {
+        value_.resize(8 + size_t(len));
+        std::memcpy(value_.data(), &address, 4);
+        StoreLe32(reinterpret_cast<uint8_t*>(value_.data()) + 4, version);
+        std::memcpy(value_.data() + 8, data, len);
+    }
+    return Val(value_.data(), value_.size());
+}
+
+Status Store::AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint32_t address,
+                       uint32_t version, const uint8_t* data, uint32_t len) {
     MDB_dbi dbi = IndexDbi(key);
     if (key.Duplicates()) {
         // A value seen for the first time raises the key's count of distinct values.
@@ -166,7 +192,7 @@ Status Store::AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint
     } else {
         state.UniqueRef(key.id)++;
     }
-    MDB_val k = Val(e.bytes, e.len), v = Val(&address, 4);
+    MDB_val k = Val(e.bytes, e.len), v = EntryValue(key, address, version, data, len);
     int rc = mdb_put(txn_, dbi, &k, &v, key.Duplicates() ? 0 : MDB_NOOVERWRITE);
     if (rc == MDB_KEYEXIST) return RM_DUPLICATE_KEY;
     return StatusOf(rc);
@@ -258,7 +284,7 @@ Status Store::Insert(FileState& state, std::vector<uint8_t>& record, uint32_t& a
         excluded[i] = ExcludedFromIndex(key, record.data());
         if (excluded[i] || key.Duplicates()) continue;
         MakeEntry(key, record.data(), 0, entries[i]);
-        bool conflict;
+        bool conflict = false;
         if (Status st = Conflicts(key, entries[i], 0, conflict)) return st;
         if (conflict) return RM_DUPLICATE_KEY;
     }
@@ -273,7 +299,9 @@ Status Store::Insert(FileState& state, std::vector<uint8_t>& record, uint32_t& a
             seqs.emplace_back(key.id, seq);
             MakeEntry(key, record.data(), seq, entries[i]);
         }
-        if (Status st = AddEntry(state, key, entries[i], address)) return st;
+        if (Status st = AddEntry(state, key, entries[i], address, 0, record.data(),
+                                 uint32_t(record.size())))
+            return st;
     }
     if (Status st = PutRecord(address, 0, seqs, record.data(), uint32_t(record.size()), MDB_APPEND))
         return st;
@@ -285,8 +313,11 @@ Status Store::Update(FileState& state, const StoredRecord& old, const uint8_t* d
                      uint32_t& newVersion, Seqs& seqs) {
     const FileDef& d = def();
     std::vector<uint8_t> before(old.data, old.data + old.length);
+    // Everything needed from `old` is taken before the first write: values
+    // read from the store are not valid across writes.
     struct Change {
         bool oldOut, newOut, moved;
+        uint64_t oldSeq;
         Entry oldEntry, newEntry;
     };
     std::vector<Change> changes(d.keys.size());
@@ -300,16 +331,19 @@ Status Store::Update(FileState& state, const StoredRecord& old, const uint8_t* d
             return RM_MODIFIABLE_KEY_CHANGED;
         c.oldOut = ExcludedFromIndex(key, before.data());
         c.newOut = ExcludedFromIndex(key, data);
-        MakeEntry(key, before.data(), old.SeqOf(key.id), c.oldEntry);
+        c.oldSeq = old.SeqOf(key.id);
+        MakeEntry(key, before.data(), c.oldSeq, c.oldEntry);
         MakeEntry(key, data, 0, c.newEntry);
         c.moved = c.oldOut != c.newOut ||
                   std::memcmp(c.oldEntry.bytes, c.newEntry.bytes, key.length) != 0;
         if (c.moved && !c.newOut && !key.Duplicates()) {
-            bool conflict;
+            bool conflict = false;
             if (Status st = Conflicts(key, c.newEntry, old.address, conflict)) return st;
             if (conflict) return RM_DUPLICATE_KEY;
         }
     }
+    newVersion = old.version + 1;
+    uint32_t address = old.address;
     seqs.clear();
     for (size_t i = 0; i < d.keys.size(); ++i) {
         const KeyDef& key = d.keys[i];
@@ -321,25 +355,33 @@ Status Store::Update(FileState& state, const StoredRecord& old, const uint8_t* d
                 // A changed value goes last among its new duplicates.
                 uint64_t seq = key.Duplicates() ? state.nextSeq++ : 0;
                 MakeEntry(key, data, seq, c.newEntry);
-                if (Status st = AddEntry(state, key, c.newEntry, old.address)) return st;
+                if (Status st = AddEntry(state, key, c.newEntry, address, newVersion, data, len))
+                    return st;
                 if (key.Duplicates()) seqs.emplace_back(key.id, seq);
             }
-        } else if (!c.newOut && key.Duplicates()) {
-            seqs.emplace_back(key.id, old.SeqOf(key.id));
+        } else if (!c.newOut) {
+            if (key.Duplicates()) seqs.emplace_back(key.id, c.oldSeq);
+            if (key.clustered) {
+                // Same place in the index, new copy of the record.
+                MDB_val k = Val(c.oldEntry.bytes, c.oldEntry.len),
+                        v = EntryValue(key, address, newVersion, data, len);
+                if (int rc = mdb_put(txn_, IndexDbi(key), &k, &v, 0)) return StatusOf(rc);
+            }
         }
     }
-    newVersion = old.version + 1;
-    return PutRecord(old.address, newVersion, seqs, data, len, 0);
+    return PutRecord(address, newVersion, seqs, data, len, 0);
 }
 
 Status Store::Delete(FileState& state, const StoredRecord& old) {
-    std::vector<uint8_t> before(old.data, old.data + old.length);
+    // Entries are made before the first write: `old` is not valid across writes.
+    std::vector<std::pair<const KeyDef*, Entry>> entries;
     for (const KeyDef& key : def().keys) {
-        if (ExcludedFromIndex(key, before.data())) continue;
-        Entry e;
-        MakeEntry(key, before.data(), old.SeqOf(key.id), e);
-        if (Status st = RemoveEntry(state, key, e)) return st;
+        if (ExcludedFromIndex(key, old.data)) continue;
+        entries.emplace_back(&key, Entry{});
+        MakeEntry(key, old.data, old.SeqOf(key.id), entries.back().second);
     }
+    for (auto& [key, e] : entries)
+        if (Status st = RemoveEntry(state, *key, e)) return st;
     uint32_t address = old.address;
     MDB_val k = Val(&address, 4);
     if (int rc = mdb_del(txn_, env_.records(), &k, nullptr)) return StatusOf(rc);
@@ -378,7 +420,7 @@ Status Store::BuildIndex(FileState& state, const KeyDef& key) {
             seqs.emplace_back(key.id, seq);
             uint32_t version = r.version;
             MakeEntry(key, copy.data(), seq, e);
-            st = AddEntry(state, key, e, address);
+            st = AddEntry(state, key, e, address, version, copy.data(), uint32_t(copy.size()));
             if (st == RM_OK)
                 st = PutRecord(address, version, seqs, copy.data(), uint32_t(copy.size()), 0);
             if (st == RM_OK) {
@@ -389,7 +431,7 @@ Status Store::BuildIndex(FileState& state, const KeyDef& key) {
             }
         } else {
             MakeEntry(key, r.data, 0, e);
-            st = AddEntry(state, key, e, address);
+            st = AddEntry(state, key, e, address, r.version, r.data, r.length);
         }
     }
     mdb_cursor_close(c);

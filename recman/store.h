@@ -5,7 +5,8 @@
 // allows duplicates (10 bytes each), then the record's bytes. An index entry's
 // key is the key's sort form, followed for duplicate keys by the 8-byte
 // sequence that keeps insertion order among equal values; its value is the
-// record's address.
+// record's address, and in the clustered (primary) key also the record's
+// version and bytes.
 #pragma once
 
 #include <lmdb.h>
@@ -35,6 +36,8 @@ struct StoredRecord {
 };
 
 bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out);
+// The record copy in an entry of the clustered key: address, version, bytes.
+bool DecodeClustered(const MDB_val& v, StoredRecord& out);
 
 struct Entry {
     uint8_t bytes[kMaxEntry];
@@ -59,9 +62,10 @@ int SeekLastAtOrBefore(MDB_cursor* c, const void* x, size_t n, size_t entryLen, 
 // The sequence of `id` among (index id, sequence) pairs; 0 when absent.
 uint64_t SeqIn(const std::vector<std::pair<uint16_t, uint64_t>>& seqs, uint16_t id);
 
+// The address an index entry points at (the first 4 bytes of its value).
 inline uint32_t AddressOf(const MDB_val& v) {
     uint32_t a = 0;
-    if (v.mv_size == 4) std::memcpy(&a, v.mv_data, 4);
+    if (v.mv_size >= 4) std::memcpy(&a, v.mv_data, 4);
     return a;
 }
 
@@ -92,7 +96,12 @@ class Store {
   private:
     Status FillAutoIncrement(std::vector<uint8_t>& record);
     Status HighestValue(const KeyDef& key, int seg, int64_t& out);
-    Status AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint32_t address);
+    // Adds `e` for the record at `address`; a clustered key's entry also
+    // carries the record's version and bytes.
+    Status AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint32_t address,
+                    uint32_t version, const uint8_t* data, uint32_t len);
+    MDB_val EntryValue(const KeyDef& key, uint32_t address, uint32_t version, const uint8_t* data,
+                       uint32_t len);
     Status RemoveEntry(FileState& state, const KeyDef& key, const Entry& e);
     Status Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& conflict);
     Status PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, const uint8_t* data,
@@ -102,6 +111,7 @@ class Store {
     FileEnv& env_;
     MDB_txn* txn_;
     std::string scratch_;
+    std::string value_;
 };
 
 }  // namespace recman
