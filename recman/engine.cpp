@@ -119,6 +119,7 @@ void Engine::AfterFork() {
     envs_.clear();
     clients_.clear();
     lastClient_ = nullptr;
+    keeper_ = nullptr;  // its thread stayed with the parent
     token_ = NewToken();
     forked_ = false;
     StartReaper();
@@ -237,6 +238,21 @@ Status Engine::Dispatch(Request& r) {
             return SetOwner(r);
         case RM_CLEAR_OWNER:
             return ClearOwner(r);
+        case RM_CREATE_INDEX:
+            return CreateIndex(r);
+        case RM_DROP_INDEX:
+            return DropIndex(r);
+        case RM_GET_NEXT_EXTENDED:
+        case RM_GET_PREVIOUS_EXTENDED:
+        case RM_STEP_NEXT_EXTENDED:
+        case RM_STEP_PREVIOUS_EXTENDED:
+            return Extended(r);
+        case RM_BEGIN_TRANSACTION:
+            return BeginTransaction(r);
+        case RM_END_TRANSACTION:
+            return EndTransaction(r);
+        case RM_ABORT_TRANSACTION:
+            return AbortTransaction(r);
         default:
             return RM_INVALID_OPERATION;
     }
@@ -312,8 +328,24 @@ bool Engine::FileInUse(const std::string& path) {
     return !probe.TryLock(kOpenLockByte, true);
 }
 
-Status Engine::ReadTxn(Handle& h, MDB_txn*& txn, bool& shared) {
+Status Engine::ReadTxn(Handle& h, MDB_txn*& txn, bool& shared, const FileState** pending) {
+    Client& c = *h.client;
+    if (c.txn.active) {
+        // A client reads its own uncommitted changes; in an exclusive
+        // transaction its first access takes the file.
+        TxnFile* f = FindTxnFile(c, h.env.get());
+        if (!f && c.txn.exclusive)
+            if (Status st = JoinFile(c, h.env, f)) return st;
+        if (f) {
+            if (f->doomed) return f->doomed;
+            txn = f->txn;
+            shared = false;
+            if (pending) *pending = &f->state;
+            return RM_OK;
+        }
+    }
     shared = true;
+    if (pending) *pending = nullptr;
     return h.env->Snapshot(txn);
 }
 
@@ -389,11 +421,16 @@ Status Engine::TakeLock(Handle& h, uint32_t address, uint16_t bias) {
                         ? LockKind::Single
                         : LockKind::Multiple;
     if (h.lockKind != LockKind::None && h.lockKind != kind) return RM_INCOMPATIBLE_LOCK;
+    // Another client's transaction holds the file: its changes are not done.
+    if (h.env->txnOwner && h.env->txnOwner != h.client) return kBlockedByWriter;
+    if (!h.env->txnOwner && h.env->TxnInOtherProcess()) return kBlockedByWriter;
     if (h.Holds(address)) return RM_OK;
     if (!h.lock.TryLock(kRecordLockBase + address, true)) return kBlockedByLock;
     if (kind == LockKind::Single) h.ReleaseAllLocks();  // the next locking read frees it
     h.locks.push_back(address);
     h.lockKind = kind;
+    if (h.client->txn.active)  // End and Abort release what was locked inside
+        h.client->txn.locks.push_back({h.number, h.generation, address});
     return RM_OK;
 }
 

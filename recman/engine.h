@@ -15,6 +15,7 @@
 
 #include "recman/fileenv.h"
 #include "recman/handle.h"
+#include "recman/keeper.h"
 #include "recman/recman.h"
 #include "recman/status.h"
 #include "recman/store.h"
@@ -80,14 +81,29 @@ class Engine {
             if (temp && c) mdb_cursor_close(c);
         }
     };
-    Status ReadTxn(Handle& h, MDB_txn*& txn, bool& shared);
+    // `pending` receives the counters of the client's open transaction on the
+    // file, when the read goes through it (they are stored only at its end).
+    Status ReadTxn(Handle& h, MDB_txn*& txn, bool& shared, const FileState** pending = nullptr);
     Status IndexCursor(Handle& h, MDB_txn* txn, bool shared, const KeyDef& key, CursorRef& out);
     Status RecordCursor(Handle& h, MDB_txn* txn, bool shared, CursorRef& out);
     void SyncCursors(Handle& h);
 
-    // Writing: one storage transaction per change, under the file's writer slot.
+    // Writing: inside a transaction through its storage transaction on the
+    // file; otherwise one storage transaction per change, under the file's
+    // writer slot.
     template <class F>
     Status RunWrite(Handle& h, F&& change);
+    template <class F>
+    Status RunSingleWrite(Handle& h, F&& change);
+
+    // Transactions.
+    Keeper& TxnKeeper();
+    TxnFile* FindTxnFile(Client& c, const FileEnv* env);
+    Status JoinFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*& out);
+    void EndFiles(Client& c, bool commit, Status& st);
+    Status BeginTransaction(Request& r);
+    Status EndTransaction(Request& r);
+    Status AbortTransaction(Request& r);
 
     // Locks.
     Status TakeLock(Handle& h, uint32_t address, uint16_t bias);
@@ -111,12 +127,16 @@ class Engine {
     Status Update(Request& r);
     Status Delete(Request& r);
     Status Unlock(Request& r);
+    Status CreateIndex(Request& r);
+    Status DropIndex(Request& r);
+    Status Extended(Request& r);
 
     // Hands a found record to the caller and moves the currency onto it.
     Status Deliver(Request& r, Handle& h, const StoredRecord& rec, const KeyDef* path,
                    const MDB_val* entry);
 
     std::mutex mu_;
+    Keeper* keeper_ = nullptr;  // started on first use; never destroyed
     std::unordered_map<ClientKey, std::unique_ptr<Client>, ClientKeyHash> clients_;
     std::vector<std::unique_ptr<Handle>> handles_;  // by handle number - 1
     std::vector<uint32_t> freeHandles_;
@@ -131,8 +151,26 @@ class Engine {
 
 template <class F>
 Status Engine::RunWrite(Handle& h, F&& change) {
+    if (h.env->readOnlyStorage()) return RM_ACCESS_DENIED;
+    Client& c = *h.client;
+    if (!c.txn.active) return RunSingleWrite(h, change);
+    TxnFile* f;
+    if (Status st = JoinFile(c, h.env, f)) return st;
+    if (f->doomed) return f->doomed;
+    Store store(*h.env, f->txn);
+    Status st = change(store, f->state);
+    // Changes check everything before they write, so only a failure of the
+    // storage itself can leave one half done; the transaction can then only
+    // be aborted.
+    if (st == kMapFull) st = RM_DISK_FULL;
+    if (st == RM_IO_ERROR || st == RM_DISK_FULL) f->doomed = st;
+    return st;
+}
+
+template <class F>
+Status Engine::RunSingleWrite(Handle& h, F&& change) {
     FileEnv& env = *h.env;
-    if (env.readOnlyStorage()) return RM_ACCESS_DENIED;
+    if (env.txnOwner && env.txnOwner != h.client) return kBlockedByWriter;
     if (!env.TryWriterSlot()) return kBlockedByWriter;
     Status st;
     for (int attempt = 0;; ++attempt) {

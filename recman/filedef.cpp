@@ -30,8 +30,10 @@ Segment ReadSegment(const uint8_t* p) {
     return s;
 }
 
+}  // namespace
+
 // Length rules of each key type.
-bool LengthFits(uint8_t kind, uint16_t len) {
+bool KeyLengthFits(uint8_t kind, uint16_t len) {
     switch (kind) {
         case RM_TYPE_INTEGER:
             return len == 1 || len == 2 || len == 4 || len == 8;
@@ -49,7 +51,7 @@ bool LengthFits(uint8_t kind, uint16_t len) {
     }
 }
 
-bool KnownType(uint8_t t) {
+bool KnownKeyType(uint8_t t) {
     switch (t) {
         case RM_TYPE_STRING:
         case RM_TYPE_INTEGER:
@@ -69,11 +71,13 @@ bool KnownType(uint8_t t) {
     }
 }
 
+namespace {
+
 Status CheckSegment(const Segment& s, uint16_t recordLength) {
     if (s.flags & RM_KEY_ALT_COLLATION) return RM_INVALID_ACS;
     if (s.flags & ~kKnownKeyFlags) return RM_INCONSISTENT_KEY_FLAGS;
-    if ((s.flags & RM_KEY_EXTENDED_TYPE) && !KnownType(s.type)) return RM_INVALID_KEY_TYPE;
-    if (!LengthFits(s.Kind(), s.length)) return RM_INVALID_KEY_LENGTH;
+    if ((s.flags & RM_KEY_EXTENDED_TYPE) && !KnownKeyType(s.type)) return RM_INVALID_KEY_TYPE;
+    if (!KeyLengthFits(s.Kind(), s.length)) return RM_INVALID_KEY_LENGTH;
     if (s.position < 1 || uint32_t(s.position) + s.length - 1 > recordLength)
         return RM_INVALID_KEY_POSITION;
     return RM_OK;

@@ -58,6 +58,10 @@ struct FileDef {
     void AddKey(KeyDef key);  // keeps key-number order
 };
 
+// The key types, and the lengths each allows (integers 1, 2, 4 or 8 bytes...).
+bool KnownKeyType(uint8_t type);
+bool KeyLengthFits(uint8_t type, uint16_t length);
+
 inline constexpr uint16_t kFormatVersion = 1;
 inline constexpr size_t kMaxSegments = 255;
 

@@ -210,12 +210,12 @@ Status FileEnv::Init(const std::string& path) {
         FileState state;
         st = LoadState(txn, state);
         if (st == RM_OK) st = ReloadDef(txn, state.defGen);
-        if (st == RM_OK) st = OpenIndexDbs(txn);
     }
     if (st == RM_OK)
         mdb_txn_commit(txn);  // keeps the database handles opened in it
     else
         mdb_txn_abort(txn);
+    if (st == RM_OK) st = OpenIndexDbs();
     if (st == RM_OK && !readOnly_ && !writerLock_.Open(path)) st = RM_IO_ERROR;
     return st;
 }
@@ -241,15 +241,24 @@ Status FileEnv::ReloadDef(MDB_txn* txn, uint32_t defGen) {
     return RM_OK;
 }
 
-Status FileEnv::OpenIndexDbs(MDB_txn* txn) {
+// Opens the handles of indexes the definition names, in a read transaction of
+// their own: handles opened in a write transaction stay private to it until it
+// commits, while every reader of this process shares them.
+Status FileEnv::OpenIndexDbs() {
+    MDB_txn* txn = nullptr;
     for (const KeyDef& k : def_.keys) {
         if (indexDbi_.count(k.id)) continue;
+        if (!txn)
+            if (int rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn)) return StatusOf(rc);
         MDB_dbi dbi;
         int rc = mdb_dbi_open(txn, IndexName(k.id).c_str(), 0, &dbi);
-        if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
-        if (rc != 0) return StatusOf(rc);
+        if (rc != 0) {
+            mdb_txn_abort(txn);
+            return rc == MDB_NOTFOUND ? RM_NOT_A_RECMAN_FILE : StatusOf(rc);
+        }
         indexDbi_[k.id] = dbi;
     }
+    if (txn) mdb_txn_commit(txn);
     return RM_OK;
 }
 
@@ -316,17 +325,9 @@ Status FileEnv::Snapshot(MDB_txn*& out) {
         FileState state;
         Status st = LoadState(snap_, state);
         if (st == RM_OK && state.defGen != defGen_) {
-            // The definition changed elsewhere: read it and open new indexes
-            // in a short transaction of their own so their handles outlive it.
+            // The definition changed elsewhere: read it and open new indexes.
             st = ReloadDef(snap_, state.defGen);
-            MDB_txn* t = nullptr;
-            if (st == RM_OK && mdb_txn_begin(env_, nullptr, MDB_RDONLY, &t) == 0) {
-                st = OpenIndexDbs(t);
-                if (st == RM_OK)
-                    mdb_txn_commit(t);
-                else
-                    mdb_txn_abort(t);
-            }
+            if (st == RM_OK) st = OpenIndexDbs();
         }
         if (st != RM_OK) {
             ReleaseSnapshot();
@@ -354,9 +355,8 @@ Status FileEnv::BeginWrite(MDB_txn*& out, FileState& state) {
         defTouched_ = false;
         Status st = LoadState(txn, state);
         if (st == RM_OK && state.defGen != defGen_) {
-            defTouched_ = true;
             st = ReloadDef(txn, state.defGen);
-            if (st == RM_OK) st = OpenIndexDbs(txn);
+            if (st == RM_OK) st = OpenIndexDbs();
         }
         if (st != RM_OK) {
             AbortWrite(txn);

@@ -86,6 +86,13 @@ class FileEnv {
     // The process-wide writer slot of this file, shared with other processes.
     bool TryWriterSlot() { return writerLock_.TryLock(kWriterLockByte, true); }
     void ReleaseWriterSlot() { writerLock_.Unlock(kWriterLockByte); }
+    // Marks the slot as held by a transaction, for locking reads elsewhere.
+    bool TryTxnMark() { return writerLock_.TryLock(kTxnLockByte, true); }
+    void ReleaseTxnMark() { writerLock_.Unlock(kTxnLockByte); }
+    bool TxnInOtherProcess() { return writerLock_.HeldByOther(kTxnLockByte, true); }
+
+    // The client of this process whose transaction holds the writer slot.
+    const void* txnOwner = nullptr;
 
     void Flush();
     // Leaves the environment to the process that opened it (after fork).
@@ -95,7 +102,7 @@ class FileEnv {
     FileEnv() = default;
     Status Init(const std::string& path);
     Status ReloadDef(MDB_txn* txn, uint32_t defGen);
-    Status OpenIndexDbs(MDB_txn* txn);
+    Status OpenIndexDbs();
     Status AdoptMapSize();
 
     std::string path_;

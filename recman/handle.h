@@ -69,9 +69,30 @@ struct Handle {
 
 using ClientKey = std::array<uint8_t, 16>;
 
+// A file whose writer slot a client's transaction holds, with the storage
+// transaction that collects the client's changes to it.
+struct TxnFile {
+    std::shared_ptr<FileEnv> env;
+    MDB_txn* txn = nullptr;
+    FileState state;
+    Status doomed = 0;  // a failure left the changes incomplete: only Abort remains
+};
+
+struct Transaction {
+    bool active = false;
+    bool exclusive = false;  // every file it touches, reads included, joins it
+    std::vector<TxnFile> files;
+    // Record locks taken inside it: (handle number, generation, address).
+    struct Lock {
+        uint32_t handle, generation, address;
+    };
+    std::vector<Lock> locks;
+};
+
 struct Client {
     ClientKey key{};
     std::vector<Handle*> handles;
+    Transaction txn;
 };
 
 }  // namespace recman

@@ -143,12 +143,16 @@ Status Engine::Stat(Request& r) {
     if (!h) return st;
     MDB_txn* txn;
     bool shared;
-    if ((st = ReadTxn(*h, txn, shared))) return st;
+    const FileState* pending;
+    if ((st = ReadTxn(*h, txn, shared, &pending))) return st;
     const FileDef& d = h->env->def();
     size_t size = StatSize(d);
     if (!r.data || r.DataLen() < size) return RM_DATA_BUFFER_TOO_SHORT;
     FileState state;
-    if ((st = h->env->LoadState(txn, state))) return st;
+    if (pending)
+        state = *pending;
+    else if ((st = h->env->LoadState(txn, state)))
+        return st;
     WriteStat(
         d, state.records, [&](uint16_t id) { return state.Unique(id); }, r.data);
     *r.dataLen = uint32_t(size);
@@ -194,6 +198,7 @@ Status Engine::SetOwner(Request& r) {
         return RM_INVALID_OWNER;
     if (r.keyNum < 0 || r.keyNum > 3) return RM_INVALID_OWNER;
     if (h->readOnly) return RM_ACCESS_DENIED;
+    if (r.client->txn.active) return RM_TRANSACTION_ACTIVE;  // definitions change outside
     st = RunWrite(*h, [&](Store& s, FileState& state) -> Status {
         if (!s.def().owner.empty()) return RM_OWNER_ALREADY_SET;
         FileDef d = s.def();
@@ -211,6 +216,7 @@ Status Engine::ClearOwner(Request& r) {
     if (!h) return st;
     if (!h->ownerGiven && !h->env->def().owner.empty()) return RM_INVALID_OWNER;
     if (h->readOnly) return RM_ACCESS_DENIED;
+    if (r.client->txn.active) return RM_TRANSACTION_ACTIVE;
     return RunWrite(*h, [&](Store& s, FileState& state) -> Status {
         if (s.def().owner.empty()) return RM_OK;
         if (!h->ownerGiven) return RM_INVALID_OWNER;

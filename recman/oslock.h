@@ -13,6 +13,7 @@ namespace recman {
 // Lock bytes far beyond any data, so they never meet the storage's own I/O.
 inline constexpr off_t kOpenLockByte = off_t(1) << 60;        // shared per handle; exclusive open
 inline constexpr off_t kWriterLockByte = kOpenLockByte + 1;   // one writing process a file
+inline constexpr off_t kTxnLockByte = kOpenLockByte + 2;      // a transaction holds the writer slot
 inline constexpr off_t kRecordLockBase = kOpenLockByte + 16;  // + record address
 
 class LockFile {

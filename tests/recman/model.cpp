@@ -422,4 +422,199 @@ Answer Model::Delete(Handle& h) {
     return {};
 }
 
+Answer Model::CreateIndex(Key key, int number) {
+    if (number < 0)
+        for (number = 0; Find(number); ++number) {
+        }
+    if (Find(number)) return {RM_INVALID_KEY_NUMBER};
+    key.number = number;
+    key.id = nextIndexId;
+    if (!key.dup) {
+        std::vector<std::vector<uint8_t>> seen;
+        for (auto& [a, r] : recs) {
+            if (Excluded(key, r.data)) continue;
+            auto kv = KeyOf(key, r.data);
+            for (auto& other : seen)
+                if (CompareKey(key, other.data(), kv.data()) == 0) return {RM_DUPLICATE_KEY};
+            seen.push_back(kv);
+        }
+    }
+    ++nextIndexId;
+    if (key.dup)
+        for (auto& [a, r] : recs)
+            if (!Excluded(key, r.data)) r.seq[key.id] = nextSeq++;
+    keys.push_back(key);
+    std::sort(keys.begin(), keys.end(),
+              [](const Key& a, const Key& b) { return a.number < b.number; });
+    return {};
+}
+
+Answer Model::DropIndex(int number, bool keep) {
+    auto it =
+        std::find_if(keys.begin(), keys.end(), [&](const Key& k) { return k.number == number; });
+    if (it == keys.end()) return {RM_INVALID_KEY_NUMBER};
+    int id = it->id;
+    keys.erase(it);
+    if (!keep)
+        for (Key& k : keys)
+            if (k.number > number) k.number--;
+    for (auto& [a, r] : recs)
+        r.seq.erase(id);
+    return {};
+}
+
+std::vector<uint8_t> ExtDesc::Bytes() const {
+    std::vector<uint8_t> b(8);
+    auto put16 = [&](uint16_t v) {
+        b.push_back(uint8_t(v));
+        b.push_back(uint8_t(v >> 8));
+    };
+    b[2] = useCurrent ? 'U' : 'E';
+    b[3] = useCurrent ? 'C' : 'G';
+    b[4] = uint8_t(reject);
+    b[5] = uint8_t(reject >> 8);
+    b[6] = uint8_t(terms.size());
+    b[7] = uint8_t(terms.size() >> 8);
+    for (const ExtTerm& t : terms) {
+        b.push_back(t.type);
+        put16(t.length);
+        put16(t.offset);
+        b.push_back(uint8_t(t.op + (t.withField ? 64 : 0) + (t.noCase ? 128 : 0)));
+        b.push_back(uint8_t(t.connector));
+        if (t.withField)
+            put16(t.other);
+        else
+            b.insert(b.end(), t.value.begin(), t.value.end());
+    }
+    put16(max);
+    put16(uint16_t(fields.size()));
+    for (auto& [len, off] : fields) {
+        put16(len);
+        put16(off);
+    }
+    b[0] = uint8_t(b.size());
+    b[1] = uint8_t(b.size() >> 8);
+    return b;
+}
+
+bool Model::Qualifies(const ExtDesc& d, const std::vector<uint8_t>& rec) const {
+    if (d.terms.empty()) return true;
+    // OR of AND-groups: split at every OR.
+    std::vector<std::vector<bool>> groups(1);
+    for (const ExtTerm& t : d.terms) {
+        Seg s;
+        s.len = t.length;
+        s.kind = t.type;
+        s.ci = t.noCase && (t.type == 0 || t.type == RM_TYPE_LSTRING || t.type == RM_TYPE_ZSTRING);
+        const uint8_t* right = t.withField ? &rec[t.other] : t.value.data();
+        int c = CompareSegment(s, &rec[t.offset], right);
+        bool holds = t.op == 1   ? c == 0
+                     : t.op == 2 ? c > 0
+                     : t.op == 3 ? c < 0
+                     : t.op == 4 ? c != 0
+                     : t.op == 5 ? c >= 0
+                                 : c <= 0;
+        groups.back().push_back(holds);
+        if (t.connector == 2) groups.emplace_back();
+    }
+    for (auto& g : groups)
+        if (std::all_of(g.begin(), g.end(), [](bool x) { return x; })) return true;
+    return false;
+}
+
+Answer Model::Extended(Handle& h, bool physical, bool forward, int keyNum, const ExtDesc& d,
+                       uint32_t bufLen, const LockFn& lock) {
+    const Key* k = nullptr;
+    if (!physical) {
+        if (!(k = Find(keyNum))) return {RM_INVALID_KEY_NUMBER};
+        if (h.lg == P::None) return {RM_INVALID_POSITIONING};
+        if (h.keyId != k->id) return {RM_DIFFERENT_KEY_NUMBER};
+    } else if (h.ph == P::None) {
+        return {RM_INVALID_POSITIONING};
+    }
+    // The candidates in scan order, and where the scan starts among them.
+    std::vector<uint32_t> order;
+    if (physical)
+        for (auto& [a, r] : recs)
+            order.push_back(a);
+    else
+        order = Ordered(*k);
+    if (!forward) std::reverse(order.begin(), order.end());
+    auto cmp = [&](uint32_t a) {  // candidate against the handle's position, in scan order
+        int c;
+        if (physical) {
+            c = a < h.addr ? -1 : a > h.addr ? 1 : 0;
+        } else {
+            const Rec& r = recs.at(a);
+            c = CompareEntry(*k, KeyOf(*k, r.data), k->dup ? r.seq.at(k->id) : 0, h.key, h.seq);
+        }
+        return forward ? c : -c;
+    };
+    P pos = physical ? h.ph : h.lg;
+    bool atOrPast = d.useCurrent && pos == P::On;
+    if ((forward && pos == P::Before) || (!forward && pos == P::After)) atOrPast = true;
+    size_t i = 0;
+    while (i < order.size() && (atOrPast ? cmp(order[i]) < 0 : cmp(order[i]) <= 0))
+        ++i;
+
+    uint32_t extract = 0;
+    for (auto& f : d.fields)
+        extract += f.first;
+    Answer a;
+    a.data.assign(2, 0);
+    int found = 0, rejected = 0;
+    long last = -1;
+    a.status = RM_END_OF_FILE;
+    for (; i < order.size(); ++i) {
+        const Rec& r = recs.at(order[i]);
+        if (Qualifies(d, r.data)) {
+            if (a.data.size() + 6 + extract > bufLen) {
+                a.status = 0;
+                break;
+            }
+            if (int ls = lock(order[i])) {
+                if (found == 0) return {ls};
+                a.status = ls;
+                break;
+            }
+            a.data.push_back(uint8_t(extract));
+            a.data.push_back(uint8_t(extract >> 8));
+            for (int b = 0; b < 4; ++b)
+                a.data.push_back(uint8_t(order[i] >> (8 * b)));
+            for (auto& [len, off] : d.fields)
+                a.data.insert(a.data.end(), r.data.begin() + off, r.data.begin() + off + len);
+            ++found;
+        } else {
+            ++rejected;
+        }
+        last = long(i);
+        if (found == d.max) {
+            a.status = 0;
+            break;
+        }
+        if (d.reject && rejected >= d.reject) {
+            a.status = found ? 0 : RM_REJECT_COUNT_REACHED;
+            break;
+        }
+    }
+    if (last >= 0) {
+        const Rec& r = recs.at(order[size_t(last)]);
+        h.ph = P::On;
+        h.addr = order[size_t(last)];
+        h.version = r.version;
+        if (physical) {
+            h.lg = P::None;
+        } else {
+            h.lg = P::On;
+            h.keyId = k->id;
+            h.key = KeyOf(*k, r.data);
+            h.seq = k->dup ? r.seq.at(k->id) : 0;
+        }
+    }
+    a.data[0] = uint8_t(found);
+    a.data[1] = uint8_t(found >> 8);
+    a.dataLen = uint32_t(a.data.size());
+    return a;
+}
+
 }  // namespace rmmodel

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -45,6 +46,28 @@ struct Rec {
     std::map<int, uint64_t> seq;  // by key id, for duplicate keys
 };
 
+// An extended operation's descriptor, as the model reads it.
+struct ExtTerm {
+    uint8_t type = 0;
+    uint16_t length = 0, offset = 0;
+    int op = 1;  // 1 =, 2 >, 3 <, 4 <>, 5 >=, 6 <=
+    bool noCase = false;
+    bool withField = false;
+    uint16_t other = 0;
+    std::vector<uint8_t> value;
+    int connector = 0;  // 0 end, 1 AND, 2 OR
+};
+
+struct ExtDesc {
+    bool useCurrent = false;
+    uint16_t reject = 0;
+    std::vector<ExtTerm> terms;
+    uint16_t max = 1;
+    std::vector<std::pair<uint16_t, uint16_t>> fields;  // (length, offset)
+
+    std::vector<uint8_t> Bytes() const;  // the engine's layout of it
+};
+
 // What a call gave back: status, data returned and the key buffer after it.
 struct Answer {
     Answer() = default;
@@ -62,6 +85,7 @@ class Model {
     std::map<uint32_t, Rec> recs;
     uint32_t nextAddr = 1;
     uint64_t nextSeq = 1;
+    int nextIndexId = 1;
 
     const Key* Find(int number) const;
     const Key* ById(int id) const;
@@ -79,6 +103,19 @@ class Model {
     Answer Insert(Handle& h, std::vector<uint8_t> data, int keyNum, uint8_t* key);
     Answer Update(Handle& h, std::vector<uint8_t> data, int keyNum, uint8_t* key);
     Answer Delete(Handle& h);
+
+    // Create Index: a key of the given segments under `number`, or the
+    // lowest free number when it is -1. Drop Index: with `keep` the other
+    // keys keep their numbers.
+    Answer CreateIndex(Key key, int number);
+    Answer DropIndex(int number, bool keep);
+
+    // Extended operations. `lock` is asked for every record returned and
+    // answers 0 or the status that ends the call.
+    using LockFn = std::function<int(uint32_t address)>;
+    Answer Extended(Handle& h, bool physical, bool forward, int keyNum, const ExtDesc& d,
+                    uint32_t bufLen, const LockFn& lock);
+    bool Qualifies(const ExtDesc& d, const std::vector<uint8_t>& rec) const;
 
   private:
     int CompareEntry(const Key& k, const std::vector<uint8_t>& ka, uint64_t sa,

@@ -1,0 +1,138 @@
+#include "recman/extended.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "recman/bytes.h"
+#include "recman/keycodec.h"
+#include "recman/recman.h"
+
+namespace recman {
+
+namespace {
+
+constexpr uint8_t kWithField = 64;
+constexpr uint8_t kNoCase = 128;
+
+// A field's bytes, zero past the end of a short record.
+const uint8_t* FieldBytes(const uint8_t* record, uint32_t length, uint16_t offset, uint16_t len,
+                          std::vector<uint8_t>& scratch) {
+    if (uint32_t(offset) + len <= length) return record + offset;
+    scratch.assign(len, 0);
+    if (offset < length) std::memcpy(scratch.data(), record + offset, length - offset);
+    return scratch.data();
+}
+
+bool Holds(const ExtTerm& t, const uint8_t* record, uint32_t length) {
+    std::vector<uint8_t> a, b;
+    const uint8_t* left = FieldBytes(record, length, t.offset, t.length, a);
+    const uint8_t* right =
+        t.withField ? FieldBytes(record, length, t.otherOffset, t.length, b) : t.value.data();
+    int c = CompareValues(t.type, t.length, t.caseInsensitive, left, right);
+    switch (t.op) {
+        case 1:
+            return c == 0;
+        case 2:
+            return c > 0;
+        case 3:
+            return c < 0;
+        case 4:
+            return c != 0;
+        case 5:
+            return c >= 0;
+        default:
+            return c <= 0;
+    }
+}
+
+}  // namespace
+
+uint32_t ExtDescriptor::ExtractLength() const {
+    uint32_t n = 0;
+    for (const ExtField& f : fields)
+        n += f.length;
+    return n;
+}
+
+bool ExtDescriptor::Qualifies(const uint8_t* record, uint32_t length) const {
+    if (terms.empty()) return true;
+    bool group = true;  // the AND-group being read
+    for (const ExtTerm& t : terms) {
+        group = group && Holds(t, record, length);
+        if (t.connector != 1) {  // OR or the end closes the group
+            if (group) return true;
+            group = true;
+        }
+    }
+    return false;
+}
+
+void ExtDescriptor::Extract(const uint8_t* record, uint32_t length, uint8_t* out) const {
+    std::vector<uint8_t> scratch;
+    for (const ExtField& f : fields) {
+        std::memcpy(out, FieldBytes(record, length, f.offset, f.length, scratch), f.length);
+        out += f.length;
+    }
+}
+
+Status ParseDescriptor(const uint8_t* buf, uint32_t len, uint16_t recordLength,
+                       ExtDescriptor& out) {
+    if (!buf || len < 12) return RM_INVALID_DESCRIPTOR;
+    uint16_t total = LoadLe16(buf);
+    if (total < 12 || total > len) return RM_INVALID_DESCRIPTOR;
+    ExtDescriptor d;
+    if (buf[2] == 'U' && buf[3] == 'C')
+        d.useCurrent = true;
+    else if (!(buf[2] == 'E' && buf[3] == 'G'))
+        return RM_INVALID_DESCRIPTOR;
+    d.rejectCount = LoadLe16(buf + 4);
+    uint16_t termCount = LoadLe16(buf + 6);
+    uint32_t at = 8;
+    bool outside = false;
+    for (uint16_t i = 0; i < termCount; ++i) {
+        if (at + 7 > total) return RM_INVALID_DESCRIPTOR;
+        ExtTerm t;
+        t.type = buf[at];
+        t.length = LoadLe16(buf + at + 1);
+        t.offset = LoadLe16(buf + at + 3);
+        uint8_t code = buf[at + 5];
+        t.connector = buf[at + 6];
+        at += 7;
+        t.op = code & 0x3F;
+        t.withField = code & kWithField;
+        if (!KnownKeyType(t.type) || !KeyLengthFits(t.type, t.length) || t.op < 1 || t.op > 6)
+            return RM_INVALID_DESCRIPTOR;
+        bool last = i + 1 == termCount;
+        if (last ? t.connector != 0 : (t.connector != 1 && t.connector != 2))
+            return RM_INVALID_DESCRIPTOR;
+        t.caseInsensitive =
+            (code & kNoCase) &&
+            (t.type == RM_TYPE_STRING || t.type == RM_TYPE_LSTRING || t.type == RM_TYPE_ZSTRING);
+        uint32_t valueLen = t.withField ? 2 : t.length;
+        if (at + valueLen > total) return RM_INVALID_DESCRIPTOR;
+        if (t.withField) {
+            t.otherOffset = LoadLe16(buf + at);
+            outside = outside || uint32_t(t.otherOffset) + t.length > recordLength;
+        } else {
+            t.value.assign(buf + at, buf + at + valueLen);
+        }
+        at += valueLen;
+        outside = outside || uint32_t(t.offset) + t.length > recordLength;
+        d.terms.push_back(std::move(t));
+    }
+    if (at + 4 > total) return RM_INVALID_DESCRIPTOR;
+    d.maxRecords = LoadLe16(buf + at);
+    uint16_t fieldCount = LoadLe16(buf + at + 2);
+    at += 4;
+    if (d.maxRecords == 0 || at + 4u * fieldCount != total) return RM_INVALID_DESCRIPTOR;
+    for (uint16_t i = 0; i < fieldCount; ++i, at += 4) {
+        ExtField f{LoadLe16(buf + at), LoadLe16(buf + at + 2)};
+        outside = outside || uint32_t(f.offset) + f.length > recordLength;
+        d.fields.push_back(f);
+    }
+    if (outside) return RM_INVALID_FIELD_OFFSET;
+    out = std::move(d);
+    return RM_OK;
+}
+
+}  // namespace recman

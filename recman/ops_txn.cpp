@@ -1,0 +1,96 @@
+// Transactions: per client, collecting its changes file by file until End.
+#include "recman/engine.h"
+
+namespace recman {
+
+Keeper& Engine::TxnKeeper() {
+    if (!keeper_) keeper_ = new Keeper;  // lives to the end of the process
+    return *keeper_;
+}
+
+TxnFile* Engine::FindTxnFile(Client& c, const FileEnv* env) {
+    for (TxnFile& f : c.txn.files)
+        if (f.env.get() == env) return &f;
+    return nullptr;
+}
+
+// Gives the client's transaction the file's writer slot and a storage
+// transaction on it, unless it has them already.
+Status Engine::JoinFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*& out) {
+    if ((out = FindTxnFile(c, env.get()))) return RM_OK;
+    if (env->readOnlyStorage()) return RM_ACCESS_DENIED;
+    if (env->txnOwner) return kBlockedByWriter;  // another client of this process
+    if (!env->TryWriterSlot()) return kBlockedByWriter;
+    if (!env->TryTxnMark()) {
+        env->ReleaseWriterSlot();
+        return kBlockedByWriter;
+    }
+    TxnFile f;
+    f.env = env;
+    Status st;
+    TxnKeeper().Run([&] { st = env->BeginWrite(f.txn, f.state); });
+    if (st) {
+        env->ReleaseTxnMark();
+        env->ReleaseWriterSlot();
+        return st;
+    }
+    env->txnOwner = &c;
+    c.txn.files.push_back(std::move(f));
+    out = &c.txn.files.back();
+    return RM_OK;
+}
+
+// Commits (or aborts) every file of the client's transaction, one after
+// another, then gives back the writer slots and the locks taken inside it.
+void Engine::EndFiles(Client& c, bool commit, Status& st) {
+    st = RM_OK;
+    for (TxnFile& f : c.txn.files) {
+        Status fs = RM_OK;
+        TxnKeeper().Run([&] {
+            if (commit && !f.doomed && st == RM_OK) {
+                fs = f.env->CommitWrite(f.txn, f.state);
+            } else {
+                f.env->AbortWrite(f.txn);
+                fs = commit ? (f.doomed ? f.doomed : st) : RM_OK;
+            }
+        });
+        if (fs == kMapFull) fs = RM_DISK_FULL;
+        if (st == RM_OK) st = fs;
+        f.env->txnOwner = nullptr;
+        f.env->ReleaseTxnMark();
+        f.env->ReleaseWriterSlot();
+    }
+    for (const Transaction::Lock& l : c.txn.locks) {
+        if (l.handle == 0 || l.handle > handles_.size()) continue;
+        Handle* h = handles_[l.handle - 1].get();
+        if (h && h->generation == l.generation) h->ReleaseLock(l.address);
+    }
+    c.txn = Transaction{};
+}
+
+Status Engine::BeginTransaction(Request& r) {
+    Client& c = *r.client;
+    if (c.txn.active) return RM_TRANSACTION_ACTIVE;
+    c.txn = Transaction{};
+    c.txn.active = true;
+    c.txn.exclusive = !r.concurrent;
+    return RM_OK;
+}
+
+Status Engine::EndTransaction(Request& r) {
+    Client& c = *r.client;
+    if (!c.txn.active) return RM_NO_TRANSACTION;
+    Status st;
+    EndFiles(c, true, st);
+    return st;
+}
+
+Status Engine::AbortTransaction(Request& r) {
+    Client& c = *r.client;
+    if (!c.txn.active) return RM_NO_TRANSACTION;
+    Status st;
+    EndFiles(c, false, st);
+    return RM_OK;
+}
+
+}  // namespace recman
