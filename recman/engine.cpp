@@ -297,8 +297,11 @@ void Engine::CloseHandle(Handle* h) {
 }
 
 void Engine::ResetClient(Client& c) {
-    while (!c.handles.empty())
-        CloseHandle(c.handles.back());
+    if (c.txn.active) {
+        Status st;
+        EndFiles(c, false, st);
+    }
+    while (!c.handles.empty()) CloseHandle(c.handles.back());
 }
 
 Status Engine::AcquireEnv(const std::string& path, std::shared_ptr<FileEnv>& out) {

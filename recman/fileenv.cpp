@@ -325,9 +325,14 @@ Status FileEnv::Snapshot(MDB_txn*& out) {
         FileState state;
         Status st = LoadState(snap_, state);
         if (st == RM_OK && state.defGen != defGen_) {
-            // The definition changed elsewhere: read it and open new indexes.
+            // The definition changed elsewhere: read it, open the new indexes,
+            // and begin again, since a transaction knows only the handles that
+            // were open when it began.
             st = ReloadDef(snap_, state.defGen);
+            ReleaseSnapshot();
             if (st == RM_OK) st = OpenIndexDbs();
+            if (st != RM_OK) return st;
+            continue;
         }
         if (st != RM_OK) {
             ReleaseSnapshot();
@@ -355,8 +360,12 @@ Status FileEnv::BeginWrite(MDB_txn*& out, FileState& state) {
         defTouched_ = false;
         Status st = LoadState(txn, state);
         if (st == RM_OK && state.defGen != defGen_) {
+            // As for the snapshot: open the new indexes, then begin again.
             st = ReloadDef(txn, state.defGen);
+            AbortWrite(txn);
             if (st == RM_OK) st = OpenIndexDbs();
+            if (st != RM_OK) return st;
+            continue;
         }
         if (st != RM_OK) {
             AbortWrite(txn);

@@ -140,7 +140,33 @@ class ClientsRun {
         if (h.locks.empty()) h.kind = 0;
     }
 
+    // Reset: the client's transaction is aborted and its handles closed (the
+    // driver opens them again at once).
+    void ResetClient(int c) {
+        auto id = rmtest::ClientId(uint16_t(c + 1));
+        ASSERT_EQ(BTRCALLID(RM_RESET, nullptr, nullptr, nullptr, nullptr, 255, 0, id.data()),
+                  RM_OK);
+        FinishModel(c, false);
+        for (HandleWorld& h : handles_) {
+            if (h.client != c) continue;
+            h.cur = rmmodel::Handle{};
+            h.locks.clear();
+            h.kind = 0;
+            h.generation++;
+            ASSERT_EQ(h.engine->Open(files_[size_t(h.file)].path), RM_OK);
+        }
+    }
+
     void Finish(int c, bool commit) {
+        bool active = clients_[size_t(c)].active;
+        FinishModel(c, commit);
+        auto id = rmtest::ClientId(uint16_t(c + 1));
+        int st = BTRCALLID(commit ? RM_END_TRANSACTION : RM_ABORT_TRANSACTION, nullptr, nullptr,
+                           nullptr, nullptr, 255, 0, id.data());
+        ASSERT_EQ(st, active ? RM_OK : RM_NO_TRANSACTION) << Where("end of transaction");
+    }
+
+    void FinishModel(int c, bool commit) {
         for (FileWorld& f : files_) {
             if (f.slot != c) continue;
             if (commit) f.committed = *f.working;
@@ -151,13 +177,7 @@ class ClientsRun {
             HandleWorld& h = handles_[size_t(l.handle)];
             if (h.generation == l.generation) Release(h, l.address);
         }
-        bool active = clients_[size_t(c)].active;
         clients_[size_t(c)] = ClientWorld{};
-        // The engine's side of it.
-        auto id = rmtest::ClientId(uint16_t(c + 1));
-        int st = BTRCALLID(commit ? RM_END_TRANSACTION : RM_ABORT_TRANSACTION, nullptr, nullptr,
-                           nullptr, nullptr, 255, 0, id.data());
-        ASSERT_EQ(st, active ? RM_OK : RM_NO_TRANSACTION) << Where("end of transaction");
     }
 
     std::string Where(const char* what) {
@@ -246,7 +266,7 @@ class ClientsRun {
         int roll = gen_.Int(1, 100);
 
         if (roll <= 4) {  // transactions
-            int what = gen_.Int(0, 2);
+            int what = gen_.Int(0, 6);
             auto id = rmtest::ClientId(uint16_t(c + 1));
             if (what == 0) {
                 bool exclusive = gen_.Chance(30);
@@ -259,8 +279,10 @@ class ClientsRun {
                     clients_[size_t(c)].active = true;
                     clients_[size_t(c)].exclusive = exclusive;
                 }
+            } else if (what == 6) {
+                ResetClient(c);
             } else {
-                Finish(c, what == 1);
+                Finish(c, what % 2 == 1);
             }
             return;
         }

@@ -1,0 +1,236 @@
+// Locks and transactions between processes.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "recman/check.h"
+#include "rm_util.h"
+
+namespace {
+
+using rmtest::Handle;
+constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
+
+// A pipe a child and its parent signal each other through, one byte at a time.
+struct Pipe {
+    int fd[2];
+    Pipe() {
+        if (pipe(fd) != 0) std::abort();
+    }
+    ~Pipe() {
+        close(fd[0]);
+        close(fd[1]);
+    }
+    void Send(char c = 1) {
+        if (write(fd[1], &c, 1) != 1) std::abort();
+    }
+    char Wait() {
+        char c = 0;
+        if (read(fd[0], &c, 1) != 1) std::abort();
+        return c;
+    }
+};
+
+int ExitCode(pid_t pid) {
+    int status;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+class ProcessTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(rmtest::CreateFile(path, rmtest::Spec(16, {{{1, 4, EXT, RM_TYPE_INTEGER}}})),
+                  RM_OK);
+        Handle h;
+        ASSERT_EQ(h.Open(path), RM_OK);
+        for (int i = 1; i <= 3; ++i) {
+            std::vector<uint8_t> r(16, 0);
+            rmtest::Put32(r.data(), uint32_t(i));
+            ASSERT_EQ(h.Insert(r), RM_OK);
+        }
+    }
+
+    // Reads record `id` with a lock bias in `h`; the record comes back in `rec`.
+    int16_t LockedRead(Handle& h, int id, uint16_t bias, std::vector<uint8_t>& rec) {
+        rmtest::Put32(h.key(), uint32_t(id));
+        return h.Get(uint16_t(RM_GET_EQUAL + bias), 0, rec);
+    }
+
+    rmtest::TempDir dir;
+    std::string path = dir.File("shared.dat");
+};
+
+TEST_F(ProcessTest, LockHeldInAnotherProcess) {
+    Pipe locked, release;
+    pid_t pid = fork();
+    if (pid == 0) {
+        Handle h;
+        std::vector<uint8_t> rec;
+        if (h.Open(path) || LockedRead(h, 2, RM_LOCK_MULTI_NOWAIT, rec)) _exit(1);
+        locked.Send();
+        release.Wait();
+        uint32_t len = 0;
+        if (h.Call(RM_UNLOCK, nullptr, &len, h.key(), RM_UNLOCK_ALL_MULTI)) _exit(2);
+        locked.Send();
+        release.Wait();
+        _exit(0);
+    }
+    locked.Wait();
+    Handle h;
+    ASSERT_EQ(h.Open(path), RM_OK);
+    std::vector<uint8_t> rec;
+    EXPECT_EQ(LockedRead(h, 2, RM_LOCK_MULTI_NOWAIT, rec), RM_RECORD_LOCKED);
+    EXPECT_EQ(LockedRead(h, 2, RM_LOCK_SINGLE_NOWAIT, rec), RM_RECORD_LOCKED);
+    EXPECT_EQ(LockedRead(h, 1, RM_LOCK_SINGLE_NOWAIT, rec), RM_OK);  // others are free
+    EXPECT_EQ(LockedRead(h, 2, 0, rec), RM_OK);  // reading without a lock is never refused
+    EXPECT_EQ(h.Delete(), RM_RECORD_LOCKED);
+    EXPECT_EQ(h.Update(rec), RM_RECORD_LOCKED);
+    release.Send();
+    locked.Wait();
+    EXPECT_EQ(LockedRead(h, 2, RM_LOCK_SINGLE_NOWAIT, rec), RM_OK);  // granted once released
+    EXPECT_EQ(h.Update(rec), RM_OK);
+    release.Send();
+    EXPECT_EQ(ExitCode(pid), 0);
+}
+
+TEST_F(ProcessTest, WaitBiasWaitsForTheRelease) {
+    setenv("RECMAN_LOCK_WAIT_MS", "5000", 1);
+    Pipe locked;
+    pid_t pid = fork();
+    if (pid == 0) {
+        Handle h;
+        std::vector<uint8_t> rec;
+        if (h.Open(path) || LockedRead(h, 3, RM_LOCK_SINGLE_NOWAIT, rec)) _exit(1);
+        locked.Send();
+        usleep(300 * 1000);
+        _exit(0);  // dying releases the lock
+    }
+    locked.Wait();
+    Handle h;
+    ASSERT_EQ(h.Open(path), RM_OK);
+    std::vector<uint8_t> rec;
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(LockedRead(h, 3, RM_LOCK_MULTI_WAIT, rec), RM_OK);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    EXPECT_EQ(ExitCode(pid), 0);
+    setenv("RECMAN_LOCK_WAIT_MS", "0", 1);
+    Handle other;
+    ASSERT_EQ(other.Open(path), RM_OK);
+    EXPECT_EQ(LockedRead(other, 3, RM_LOCK_SINGLE_WAIT, rec), RM_RECORD_LOCKED);
+    unsetenv("RECMAN_LOCK_WAIT_MS");
+}
+
+TEST_F(ProcessTest, DeadProcessLeavesNoLockAndNoUncommittedChange) {
+    Pipe ready;
+    pid_t pid = fork();
+    if (pid == 0) {
+        Handle h;
+        std::vector<uint8_t> rec;
+        if (h.Open(path)) _exit(1);
+        if (BTRCALLID(RM_BEGIN_TRANSACTION + RM_CONCURRENT, nullptr, nullptr, nullptr, nullptr, 255,
+                      0, h.client()))
+            _exit(2);
+        if (LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec)) _exit(3);
+        rec[8] = 99;
+        if (h.Update(rec)) _exit(4);
+        std::vector<uint8_t> r(16, 0);
+        rmtest::Put32(r.data(), 77);
+        if (h.Insert(r)) _exit(5);
+        ready.Send();
+        pause();
+        _exit(0);
+    }
+    ready.Wait();
+    Handle h;
+    ASSERT_EQ(h.Open(path), RM_OK);
+    std::vector<uint8_t> rec;
+    EXPECT_EQ(LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec), RM_RECORD_LOCKED);
+    EXPECT_EQ(LockedRead(h, 2, RM_LOCK_MULTI_NOWAIT, rec), RM_RECORD_LOCKED);  // file held
+    auto r = std::vector<uint8_t>(16, 0);
+    rmtest::Put32(r.data(), 78);
+    EXPECT_EQ(h.Insert(r), RM_RECORD_LOCKED);
+    kill(pid, SIGKILL);
+    ExitCode(pid);
+    EXPECT_EQ(LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec), RM_OK);
+    EXPECT_EQ(rec[8], 0);  // the change never committed
+    rmtest::Put32(h.key(), 77);
+    EXPECT_EQ(h.Get(RM_GET_EQUAL, 0, rec), RM_KEY_NOT_FOUND);
+    EXPECT_EQ(h.Insert(r), RM_OK);
+    std::vector<std::string> problems;
+    ASSERT_EQ(recman::CheckFile(path, problems), RM_OK);
+    EXPECT_TRUE(problems.empty());
+}
+
+// Four processes each add 1 to one counter 2,000 times, one transaction each.
+TEST_F(ProcessTest, CountersAddUpAcrossProcesses) {
+    constexpr int kProcesses = 4, kRounds = 2000;
+    std::vector<pid_t> pids;
+    for (int p = 0; p < kProcesses; ++p) {
+        pid_t pid = fork();
+        if (pid == 0) {
+            Handle h;
+            if (h.Open(path)) _exit(1);
+            const uint8_t* me = h.client();
+            for (int i = 0; i < kRounds; ++i) {
+                for (;;) {
+                    // Exclusive and concurrent transactions, alternately.
+                    uint16_t begin =
+                        i % 2 ? RM_BEGIN_TRANSACTION : RM_BEGIN_TRANSACTION + RM_CONCURRENT;
+                    if (BTRCALLID(begin, nullptr, nullptr, nullptr, nullptr, 255, 0, me)) _exit(2);
+                    std::vector<uint8_t> rec;
+                    int16_t st = LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec);
+                    if (st == RM_OK) {
+                        rmtest::Put32(&rec[4], rmtest::Get32(&rec[4]) + 1);
+                        st = h.Update(rec);
+                    }
+                    if (st == RM_OK) {
+                        if (BTRCALLID(RM_END_TRANSACTION, nullptr, nullptr, nullptr, nullptr, 255,
+                                      0, me))
+                            _exit(3);
+                        break;
+                    }
+                    if (st != RM_RECORD_LOCKED) _exit(4);
+                    BTRCALLID(RM_ABORT_TRANSACTION, nullptr, nullptr, nullptr, nullptr, 255, 0, me);
+                    usleep(200);
+                }
+            }
+            _exit(0);
+        }
+        pids.push_back(pid);
+    }
+    for (pid_t pid : pids)
+        EXPECT_EQ(ExitCode(pid), 0);
+    Handle h;
+    ASSERT_EQ(h.Open(path), RM_OK);
+    std::vector<uint8_t> rec;
+    ASSERT_EQ(LockedRead(h, 1, 0, rec), RM_OK);
+    EXPECT_EQ(rmtest::Get32(&rec[4]), uint32_t(kProcesses * kRounds));
+}
+
+TEST_F(ProcessTest, ExclusiveOpenKeepsOtherProcessesOut) {
+    Pipe opened, done;
+    pid_t pid = fork();
+    if (pid == 0) {
+        Handle h;
+        if (h.Open(path, RM_OPEN_EXCLUSIVE)) _exit(1);
+        opened.Send();
+        done.Wait();
+        _exit(0);
+    }
+    opened.Wait();
+    Handle h;
+    EXPECT_EQ(h.Open(path), RM_INCOMPATIBLE_MODE);
+    EXPECT_EQ(h.Open(path, RM_OPEN_READ_ONLY), RM_INCOMPATIBLE_MODE);
+    EXPECT_EQ(h.Open(path, RM_OPEN_EXCLUSIVE), RM_INCOMPATIBLE_MODE);
+    EXPECT_EQ(rmtest::CreateFile(path, {}, RM_CREATE_REMOVE), RM_INCOMPATIBLE_MODE);
+    done.Send();
+    EXPECT_EQ(ExitCode(pid), 0);
+    EXPECT_EQ(h.Open(path, RM_OPEN_EXCLUSIVE), RM_OK);
+}
+
+}  // namespace
