@@ -301,7 +301,8 @@ void Engine::ResetClient(Client& c) {
         Status st;
         EndFiles(c, false, st);
     }
-    while (!c.handles.empty()) CloseHandle(c.handles.back());
+    while (!c.handles.empty())
+        CloseHandle(c.handles.back());
 }
 
 Status Engine::AcquireEnv(const std::string& path, std::shared_ptr<FileEnv>& out) {

@@ -201,7 +201,7 @@ Status FileEnv::Init(const std::string& path) {
     if (info.me_mapsize > mapSize_) mapSize_ = info.me_mapsize;
 
     MDB_txn* txn = nullptr;
-    if (mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn) != 0) return RM_IO_ERROR;
+    if (Status st = BeginRead(txn)) return st;
     st = RM_OK;
     if (mdb_dbi_open(txn, "meta", 0, &metaDbi_) != 0 ||
         mdb_dbi_open(txn, "rec", MDB_INTEGERKEY, &recDbi_) != 0) {
@@ -249,7 +249,7 @@ Status FileEnv::OpenIndexDbs() {
     for (const KeyDef& k : def_.keys) {
         if (indexDbi_.count(k.id)) continue;
         if (!txn)
-            if (int rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn)) return StatusOf(rc);
+            if (Status st = BeginRead(txn)) return st;
         MDB_dbi dbi;
         int rc = mdb_dbi_open(txn, IndexName(k.id).c_str(), 0, &dbi);
         if (rc != 0) {
@@ -265,6 +265,17 @@ Status FileEnv::OpenIndexDbs() {
 MDB_dbi FileEnv::Index(uint16_t id) const {
     auto it = indexDbi_.find(id);
     return it == indexDbi_.end() ? MDB_dbi(0) : it->second;
+}
+
+// A short read transaction of its own. Another process may have grown the
+// file past this process's map; the map then takes the new size first.
+Status FileEnv::BeginRead(MDB_txn*& txn) {
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        int rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
+        if (rc != MDB_MAP_RESIZED) return StatusOf(rc);
+        if (Status st = AdoptMapSize()) return st;
+    }
+    return RM_IO_ERROR;
 }
 
 Status FileEnv::AdoptMapSize() {

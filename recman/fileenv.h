@@ -104,6 +104,7 @@ class FileEnv {
     Status ReloadDef(MDB_txn* txn, uint32_t defGen);
     Status OpenIndexDbs();
     Status AdoptMapSize();
+    Status BeginRead(MDB_txn*& txn);
 
     std::string path_;
     dev_t dev_ = 0;
