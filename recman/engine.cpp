@@ -170,9 +170,10 @@ int16_t Engine::Call(uint16_t op, void* pos, void* data, uint32_t* dataLen, void
     r.client = ClientFor(clientId);
     Clock::time_point deadline{};
     bool waiting = false;
-    for (;;) {
+    for (int fresh = 0;;) {
         Status st = Dispatch(r);
         if (st >= 0) return int16_t(st);
+        if (st == kReadAgain && ++fresh < 100) continue;  // at once, with a new snapshot
         if (!waiting) {
             int ms = 0;
             if (st == kBlockedByWriter && r.IsChange())
@@ -420,7 +421,7 @@ Status Engine::RecordCursor(Handle& h, MDB_txn* txn, bool shared, CursorRef& out
     return RM_OK;
 }
 
-Status Engine::TakeLock(Handle& h, uint32_t address, uint16_t bias) {
+Status Engine::TakeLock(Handle& h, uint32_t address, uint16_t bias, bool shared) {
     LockKind kind = (bias == RM_LOCK_SINGLE_WAIT || bias == RM_LOCK_SINGLE_NOWAIT)
                         ? LockKind::Single
                         : LockKind::Multiple;
@@ -430,6 +431,12 @@ Status Engine::TakeLock(Handle& h, uint32_t address, uint16_t bias) {
     if (!h.env->txnOwner && h.env->TxnInOtherProcess()) return kBlockedByWriter;
     if (h.Holds(address)) return RM_OK;
     if (!h.lock.TryLock(kRecordLockBase + address, true)) return kBlockedByLock;
+    // The lock's last holder may have committed a change to the record after
+    // the snapshot this read saw began: give the lock back and read again.
+    if (shared && h.env->SnapshotStale()) {
+        h.lock.Unlock(kRecordLockBase + address);
+        return kReadAgain;
+    }
     if (kind == LockKind::Single) h.ReleaseAllLocks();  // the next locking read frees it
     h.locks.push_back(address);
     h.lockKind = kind;

@@ -106,7 +106,9 @@ class Engine {
     Status AbortTransaction(Request& r);
 
     // Locks.
-    Status TakeLock(Handle& h, uint32_t address, uint16_t bias);
+    // `shared`: the record was read through the shared snapshot, which must
+    // still be current once the lock is held.
+    Status TakeLock(Handle& h, uint32_t address, uint16_t bias, bool shared);
     Status CheckNotLockedByOther(Handle& h, uint32_t address);
 
     // Operations.
@@ -133,7 +135,7 @@ class Engine {
 
     // Hands a found record to the caller and moves the currency onto it.
     Status Deliver(Request& r, Handle& h, const StoredRecord& rec, const KeyDef* path,
-                   const MDB_val* entry);
+                   const MDB_val* entry, bool shared);
 
     std::mutex mu_;
     Keeper* keeper_ = nullptr;  // started on first use; never destroyed

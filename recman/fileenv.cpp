@@ -308,6 +308,13 @@ void FileEnv::ReleaseSnapshot() {
     }
 }
 
+bool FileEnv::SnapshotStale() const {
+    if (!snap_ || !snapLive_) return true;
+    MDB_envinfo info;
+    mdb_env_info(env_, &info);
+    return info.me_last_txnid != mdb_txn_id(snap_);
+}
+
 void FileEnv::SweepSnapshot() {
     if (!used_) ReleaseSnapshot();
     used_ = false;

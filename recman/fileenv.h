@@ -63,6 +63,8 @@ class FileEnv {
     // since; generation() changes with every renewal.
     Status Snapshot(MDB_txn*& out);
     uint64_t generation() const { return gen_; }
+    // True when someone has committed since the snapshot began.
+    bool SnapshotStale() const;
     void ReleaseSnapshot();
     // A live snapshot keeps every page freed after it from being reused, so
     // one that no call has used since the previous sweep is given up.

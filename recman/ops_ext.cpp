@@ -60,6 +60,7 @@ Status Engine::Extended(Request& r) {
     const uint32_t entrySize = 6 + d.ExtractLength();
     std::vector<uint8_t> out(2, 0);
     uint16_t found = 0, rejected = 0;
+    std::vector<uint32_t> taken;  // locks this call took
     bool examined = false;
     StoredRecord last;
     Entry lastEntry;
@@ -86,8 +87,16 @@ Status Engine::Extended(Request& r) {
         if (d.Qualifies(rec.data, rec.length)) {
             if (out.size() + entrySize > capacity) break;  // the next entry does not fit
             if (r.lock) {
-                Status ls = TakeLock(*h, rec.address, r.lock);
+                bool held = h->Holds(rec.address);
+                Status ls = TakeLock(*h, rec.address, r.lock, shared);
                 if (ls == RM_INCOMPATIBLE_LOCK) return ls;
+                if (ls == kReadAgain) {
+                    // Newer commits than the records gathered: start over.
+                    for (uint32_t a : taken)
+                        h->ReleaseLock(a);
+                    return ls;
+                }
+                if (ls == RM_OK && !held) taken.push_back(rec.address);
                 if (ls) {
                     // Nothing gathered yet: nothing has moved, the call may wait.
                     if (found == 0) return ls;

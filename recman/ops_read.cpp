@@ -27,9 +27,9 @@ Status FetchRecord(MDB_cursor* c, uint32_t address, StoredRecord& rec) {
 }  // namespace
 
 Status Engine::Deliver(Request& r, Handle& h, const StoredRecord& rec, const KeyDef* path,
-                       const MDB_val* entry) {
+                       const MDB_val* entry, bool shared) {
     if (r.lock)
-        if (Status st = TakeLock(h, rec.address, r.lock)) return st;
+        if (Status st = TakeLock(h, rec.address, r.lock, shared)) return st;
     Status st = RM_OK;
     if (!r.keyOnly) {
         uint32_t n = std::min(r.DataLen(), rec.length);
@@ -141,7 +141,7 @@ Status Engine::GetKeyed(Request& r) {
         if ((st = FetchRecord(rc2.c, AddressOf(v), rec)))
             return st == RM_INVALID_RECORD_ADDRESS ? RM_IO_ERROR : st;
     }
-    st = Deliver(r, *h, rec, key, &k);
+    st = Deliver(r, *h, rec, key, &k, shared);
     h->idxAtCurrency = shared && (st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT);
     h->recAtCurrency = fetched && h->idxAtCurrency;
     return st;
@@ -190,7 +190,7 @@ Status Engine::Step(Request& r) {
     std::memcpy(&address, k.mv_data, 4);
     StoredRecord rec;
     if (!DecodeRecord(v, address, rec)) return RM_IO_ERROR;
-    st = Deliver(r, *h, rec, nullptr, nullptr);
+    st = Deliver(r, *h, rec, nullptr, nullptr, shared);
     h->recAtCurrency = shared && (st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT);
     return st;
 }
@@ -215,7 +215,7 @@ Status Engine::GetDirect(Request& r) {
     bool inPath = !ExcludedFromIndex(*key, rec.data);
     if (inPath) MakeEntry(*key, rec.data, rec.SeqOf(key->id), e);
     MDB_val ev{e.len, e.bytes};
-    st = Deliver(r, *h, rec, inPath ? key : nullptr, inPath ? &ev : nullptr);
+    st = Deliver(r, *h, rec, inPath ? key : nullptr, inPath ? &ev : nullptr, shared);
     h->recAtCurrency = shared && (st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT);
     return st;
 }

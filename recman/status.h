@@ -9,5 +9,6 @@ namespace recman {
 inline constexpr Status kMapFull = -1;          // grow the map and run the write again
 inline constexpr Status kBlockedByLock = -2;    // another handle holds the record
 inline constexpr Status kBlockedByWriter = -3;  // another client holds the file's writer slot
+inline constexpr Status kReadAgain = -4;        // a lock came after a newer commit: read afresh
 
 }  // namespace recman
