@@ -35,15 +35,31 @@ int32_t Record::id() const {
     return v;
 }
 
-Record MakeRecord(uint32_t i, uint32_t count) {
+int32_t Record::qty() const {
+    int32_t v;
+    std::memcpy(&v, bytes + kQtyOffset, 4);
+    return v;
+}
+
+int16_t Record::code() const {
+    int16_t v;
+    std::memcpy(&v, bytes + kCodeOffset, 2);
+    return v;
+}
+
+Record MakeRecord(uint32_t i, uint32_t count, bool inOrder) {
     Record r;
-    int32_t id = int32_t(Scatter(i, count));
+    int32_t id = int32_t(inOrder ? i : Scatter(i, count));
     std::memcpy(r.bytes, &id, 4);
     std::memset(r.bytes + kNameOffset, 0, kNameSize);
     std::string name = "group-" + std::to_string((uint32_t(id) * 7919u) % 997);
     std::memcpy(r.bytes + kNameOffset, name.data(), name.size());
     for (size_t k = kNameOffset + kNameSize; k < kRecordSize; ++k)
         r.bytes[k] = uint8_t(id + k);
+    int32_t qty = int32_t((uint32_t(id) * 37u) % 1000);
+    int16_t code = int16_t(id % 13);
+    std::memcpy(r.bytes + kQtyOffset, &qty, 4);
+    std::memcpy(r.bytes + kCodeOffset, &code, 2);
     return r;
 }
 
@@ -285,6 +301,58 @@ bool SqliteStore::ScanFirst(Record& out) {
 }
 bool SqliteStore::ScanNext(Record& out) {
     return Row(scan_, out);
+}
+
+// SQLite, scanned ---------------------------------------------------------------
+
+SqliteScanStore::SqliteScanStore(const std::string& path) {
+    Check(sqlite3_open(path.c_str(), &db_), "sqlite open");
+    Exec("PRAGMA journal_mode=WAL");
+    Exec("PRAGMA synchronous=OFF");
+    Exec(
+        "CREATE TABLE s(id INTEGER PRIMARY KEY, name TEXT NOT NULL, qty INTEGER NOT NULL, "
+        "code INTEGER NOT NULL, rest BLOB NOT NULL) WITHOUT ROWID");
+    Exec("CREATE INDEX s_name ON s(name)");
+    Check(sqlite3_prepare_v2(db_, "INSERT INTO s VALUES(?,?,?,?,?)", -1, &insert_, nullptr),
+          "prep");
+    Check(sqlite3_prepare_v2(db_, "SELECT id, qty FROM s WHERE qty < ?1 AND code = ?2", -1, &scan_,
+                             nullptr),
+          "prep");
+}
+
+SqliteScanStore::~SqliteScanStore() {
+    sqlite3_finalize(insert_);
+    sqlite3_finalize(scan_);
+    sqlite3_close(db_);
+}
+
+bool SqliteScanStore::Exec(const char* sql) {
+    return sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+bool SqliteScanStore::Insert(const Record& r) {
+    std::string name = NameOf(r);
+    sqlite3_reset(insert_);
+    sqlite3_bind_int(insert_, 1, r.id());
+    sqlite3_bind_text(insert_, 2, name.data(), int(name.size()), SQLITE_STATIC);
+    sqlite3_bind_int(insert_, 3, r.qty());
+    sqlite3_bind_int(insert_, 4, r.code());
+    sqlite3_bind_blob(insert_, 5, r.bytes + kCodeOffset + 2, int(kRecordSize - kCodeOffset - 2),
+                      SQLITE_STATIC);
+    return sqlite3_step(insert_) == SQLITE_DONE;
+}
+
+long SqliteScanStore::Scan(int maxQty, int code) {
+    sqlite3_reset(scan_);
+    sqlite3_bind_int(scan_, 1, maxQty);
+    sqlite3_bind_int(scan_, 2, code);
+    long found = 0;
+    int64_t sum = 0;
+    while (sqlite3_step(scan_) == SQLITE_ROW) {
+        sum += sqlite3_column_int(scan_, 0) + sqlite3_column_int(scan_, 1);
+        ++found;
+    }
+    return sum >= 0 ? found : -1;
 }
 
 }  // namespace bench

@@ -15,14 +15,19 @@ namespace bench {
 constexpr size_t kRecordSize = 100;
 constexpr size_t kNameOffset = 4;
 constexpr size_t kNameSize = 20;
+constexpr size_t kQtyOffset = 24;   // 4-byte integer, 0..999
+constexpr size_t kCodeOffset = 28;  // 2-byte integer, 0..12
 
 struct Record {
     uint8_t bytes[kRecordSize];
     int32_t id() const;
+    int32_t qty() const;
+    int16_t code() const;
 };
 
-// Record `i` of a data set: ids are a shuffled permutation, names repeat.
-Record MakeRecord(uint32_t i, uint32_t count);
+// Record `i` of a data set: ids are a shuffled permutation of [0, count)
+// unless `inOrder`, names repeat.
+Record MakeRecord(uint32_t i, uint32_t count, bool inOrder = false);
 std::string NameOf(const Record& r);
 
 // A fresh folder for the stores of one run.
@@ -89,6 +94,23 @@ class SqliteStore {
     sqlite3_stmt* insert_ = nullptr;
     sqlite3_stmt* byId_ = nullptr;
     sqlite3_stmt* ordered_ = nullptr;
+    sqlite3_stmt* scan_ = nullptr;
+};
+
+// The same records with the two filtered fields as columns of their own, for
+// a scan with WHERE that no index serves.
+class SqliteScanStore {
+  public:
+    explicit SqliteScanStore(const std::string& path);
+    ~SqliteScanStore();
+    bool Insert(const Record& r);
+    bool Exec(const char* sql);
+    // Runs SELECT id, qty ... WHERE qty < maxQty AND code = code to its end.
+    long Scan(int maxQty, int code);
+
+  private:
+    sqlite3* db_ = nullptr;
+    sqlite3_stmt* insert_ = nullptr;
     sqlite3_stmt* scan_ = nullptr;
 };
 

@@ -23,13 +23,105 @@ const uint8_t* FieldBytes(const uint8_t* record, uint32_t length, uint16_t offse
     return scratch.data();
 }
 
-bool Holds(const ExtTerm& t, const uint8_t* record, uint32_t length) {
-    std::vector<uint8_t> a, b;
-    const uint8_t* left = FieldBytes(record, length, t.offset, t.length, a);
-    const uint8_t* right =
-        t.withField ? FieldBytes(record, length, t.otherOffset, t.length, b) : t.value.data();
-    int c = CompareValues(t.type, t.length, t.caseInsensitive, left, right);
-    switch (t.op) {
+uint64_t LoadUnsigned(const uint8_t* p, uint16_t n) {
+    uint64_t v = 0;
+    for (uint16_t i = n; i-- > 0;)
+        v = (v << 8) | p[i];
+    return v;
+}
+
+// Integers of the usual widths are read in one go (the host is little-endian
+// like the stored form).
+int64_t LoadSigned(const uint8_t* p, uint16_t n) {
+    switch (n) {
+        case 1:
+            return int8_t(p[0]);
+        case 2: {
+            int16_t v;
+            std::memcpy(&v, p, 2);
+            return v;
+        }
+        case 4: {
+            int32_t v;
+            std::memcpy(&v, p, 4);
+            return v;
+        }
+        case 8: {
+            int64_t v;
+            std::memcpy(&v, p, 8);
+            return v;
+        }
+        default: {
+            uint64_t v = LoadUnsigned(p, n);
+            if (n < 8 && (v >> (8 * n - 1)) & 1) v |= ~uint64_t(0) << (8 * n);
+            return int64_t(v);
+        }
+    }
+}
+
+template <class T>
+int Order(T a, T b) {
+    return a < b ? -1 : (b < a ? 1 : 0);
+}
+
+}  // namespace
+
+void ExtTerm::Prepare() {
+    bool integral = length <= 8;
+    if ((type == RM_TYPE_INTEGER || type == RM_TYPE_AUTOINCREMENT) && integral)
+        how = How::Signed;
+    else if ((type == RM_TYPE_UNSIGNED_BINARY || type == RM_TYPE_LOGICAL) && integral)
+        how = How::Unsigned;
+    else if (type == RM_TYPE_STRING && !caseInsensitive)
+        how = How::Bytes;  // unsigned bytes, left to right: memcmp itself
+    else
+        how = How::SortForm;
+    if (withField) return;
+    if (how == How::Signed) number = uint64_t(LoadSigned(value.data(), length));
+    if (how == How::Unsigned) number = LoadUnsigned(value.data(), length);
+    if (how == How::SortForm) {
+        sorted.resize(length);
+        EncodeValue(type, length, caseInsensitive, false, value.data(), sorted.data());
+    }
+}
+
+int ExtTerm::Compare(const uint8_t* field, const uint8_t* other) const {
+    switch (how) {
+        case How::Signed:
+            return Order(LoadSigned(field, length),
+                         other ? LoadSigned(other, length) : int64_t(number));
+        case How::Unsigned:
+            return Order(LoadUnsigned(field, length), other ? LoadUnsigned(other, length) : number);
+        case How::Bytes:
+            return std::memcmp(field, other ? other : value.data(), length);
+        default:
+            if (other) return CompareValues(type, length, caseInsensitive, field, other);
+            uint8_t small[64];
+            std::vector<uint8_t> big;
+            uint8_t* out = small;
+            if (length > sizeof(small)) {
+                big.resize(length);
+                out = big.data();
+            }
+            EncodeValue(type, length, caseInsensitive, false, field, out);
+            return std::memcmp(out, sorted.data(), length);
+    }
+}
+
+bool ExtTerm::Holds(const uint8_t* record, uint32_t recordLength) const {
+    int c;
+    bool inside = uint32_t(offset) + length <= recordLength &&
+                  (!withField || uint32_t(otherOffset) + length <= recordLength);
+    if (inside) {
+        c = Compare(record + offset, withField ? record + otherOffset : nullptr);
+    } else {
+        std::vector<uint8_t> a, b;
+        const uint8_t* left = FieldBytes(record, recordLength, offset, length, a);
+        const uint8_t* right =
+            withField ? FieldBytes(record, recordLength, otherOffset, length, b) : nullptr;
+        c = Compare(left, right);
+    }
+    switch (op) {
         case 1:
             return c == 0;
         case 2:
@@ -45,8 +137,6 @@ bool Holds(const ExtTerm& t, const uint8_t* record, uint32_t length) {
     }
 }
 
-}  // namespace
-
 uint32_t ExtDescriptor::ExtractLength() const {
     uint32_t n = 0;
     for (const ExtField& f : fields)
@@ -58,7 +148,7 @@ bool ExtDescriptor::Qualifies(const uint8_t* record, uint32_t length) const {
     if (terms.empty()) return true;
     bool group = true;  // the AND-group being read
     for (const ExtTerm& t : terms) {
-        group = group && Holds(t, record, length);
+        group = group && t.Holds(record, length);
         if (t.connector != 1) {  // OR or the end closes the group
             if (group) return true;
             group = true;
@@ -118,6 +208,7 @@ Status ParseDescriptor(const uint8_t* buf, uint32_t len, uint16_t recordLength,
         }
         at += valueLen;
         outside = outside || uint32_t(t.offset) + t.length > recordLength;
+        t.Prepare();
         d.terms.push_back(std::move(t));
     }
     if (at + 4 > total) return RM_INVALID_DESCRIPTOR;

@@ -24,6 +24,17 @@ struct ExtTerm {
     uint16_t otherOffset = 0;
     std::vector<uint8_t> value;
     uint8_t connector = 0;  // 0 last, 1 AND, 2 OR
+
+    // How the comparison runs: integers and plain text directly, the other
+    // types through their sort form (the constant's made once, here).
+    enum class How : uint8_t { Signed, Unsigned, Bytes, SortForm } how = How::SortForm;
+    uint64_t number = 0;          // the constant as a number (Signed, Unsigned)
+    std::vector<uint8_t> sorted;  // the constant's sort form (SortForm)
+
+    void Prepare();
+    // <0, 0 or >0: the record's field against the constant or other field.
+    int Compare(const uint8_t* field, const uint8_t* other) const;
+    bool Holds(const uint8_t* record, uint32_t recordLength) const;
 };
 
 struct ExtField {

@@ -62,8 +62,8 @@ Status Engine::Extended(Request& r) {
     uint16_t found = 0, rejected = 0;
     std::vector<uint32_t> taken;  // locks this call took
     bool examined = false;
-    StoredRecord last;
-    Entry lastEntry;
+    uint32_t lastAddress = 0, lastVersion = 0;
+    MDB_val lastKey{0, nullptr};
     Status result = RM_OK;
     for (int rc1 = rc0;; rc1 = mdb_cursor_get(c.c, &k, &v, forward ? MDB_NEXT : MDB_PREV)) {
         if (rc1 == MDB_NOTFOUND) {
@@ -113,12 +113,11 @@ Status Engine::Extended(Request& r) {
         } else {
             ++rejected;
         }
+        // Storage memory stays valid to the end of the call: no copies yet.
         examined = true;
-        last = rec;
-        if (!physical) {
-            lastEntry.len = uint16_t(std::min(k.mv_size, kMaxEntry));
-            std::memcpy(lastEntry.bytes, k.mv_data, lastEntry.len);
-        }
+        lastAddress = rec.address;
+        lastVersion = rec.version;
+        lastKey = k;
         if (found == d.maxRecords) break;
         if (d.rejectCount && rejected >= d.rejectCount) {
             if (found == 0) result = RM_REJECT_COUNT_REACHED;
@@ -128,14 +127,15 @@ Status Engine::Extended(Request& r) {
     // Currency rests on the last record examined.
     if (examined) {
         h->cur.physical = Pos::On;
-        h->cur.address = last.address;
-        h->cur.version = last.version;
+        h->cur.address = lastAddress;
+        h->cur.version = lastVersion;
         if (physical) {
             h->cur.logical = Pos::None;
         } else {
             h->cur.logical = Pos::On;
             h->cur.indexId = key->id;
-            h->cur.entry = lastEntry;
+            h->cur.entry.len = uint16_t(std::min(lastKey.mv_size, kMaxEntry));
+            std::memcpy(h->cur.entry.bytes, lastKey.mv_data, h->cur.entry.len);
         }
     }
     StoreLe16(out.data(), found);
