@@ -1,0 +1,265 @@
+// CDbFile: one engine data file. It holds the file's position block, key
+// buffer, a record buffer that grows on demand, the file's description from
+// the data dictionary, its statistics and last status, and the switches that
+// change how record operations behave. Applications derive a class per data
+// file, keep the record's fields as members and override the record hooks.
+#pragma once
+
+#include <cstdint>
+
+#include "dbfile/db_stat.h"
+#include "dbfile/db_types.h"
+#include "dictionary/fld_list.h"
+#include "dictionary/key_list.h"
+#include "dictionary/records.h"
+#include "dictionary/rel_list.h"
+#include "platform/cstring.h"
+#include "platform/hwnd.h"
+#include "support/path.h"
+
+class CCdd;
+class CExtended;
+
+class CDbFile {
+  public:
+    // Builds the object for the file `name` (in `path` when given). With
+    // noDictionary the description stays empty; otherwise it comes from the
+    // shared data dictionary. Throws an int when that fails (see the guide).
+    CDbFile(const char* name, const char* path = nullptr, int noDictionary = 0, short clientId = 0);
+    CDbFile(const CDbFile& o);
+    CDbFile& operator=(const CDbFile& o);
+    virtual ~CDbFile();
+
+    // Record hooks and overridable operations, in slot order.
+    virtual void InitFieldArrays() {}
+    virtual int Open(HWND hwnd, dbOpenType mode = dbOpenNormal, char* owner = nullptr);
+    virtual int Close(HWND hwnd = nullptr);
+    virtual int OpenTemp(HWND hwnd);
+    virtual int OpenTemp(dbOpenType mode);
+    virtual int CloseTemp(HWND hwnd);
+    virtual int CloseTemp();
+    virtual void OnReadRecord() {}
+    virtual void OnWriteRecord();
+    virtual void SaveDataForCompare();
+    virtual int GetEqual(HWND hwnd, int lock = 0, int keySet = 0);
+    virtual int GetUsing(dbRelOp op, int lock, int keySet);
+    virtual int GetUsing(HWND hwnd, dbRelOp op, int lock, int keySet);
+    virtual int GetFirst(HWND hwnd, int lock = 0);
+    virtual int GetLast(HWND hwnd, int lock = 0);
+    virtual int GetNext(HWND hwnd, int lock = 0);
+    virtual int GetPrev(HWND hwnd, int lock = 0);
+    virtual int StepFirst(HWND hwnd, int lock = 0);
+    virtual int StepLast(HWND hwnd, int lock = 0);
+    virtual int StepNext(HWND hwnd, int lock = 0);
+    virtual int StepPrev(HWND hwnd, int lock = 0);
+    virtual void SetKeyFields() {}
+    virtual int Lock(HWND hwnd);
+    virtual int Unlock(long address);
+    virtual int Unlock(HWND hwnd, long address);
+    virtual int Unlock(HWND hwnd);
+    virtual int UnlockAll(HWND hwnd);
+    virtual int Insert(HWND hwnd);
+    virtual int Update(HWND hwnd);
+    virtual int Delete(HWND hwnd);
+
+    // Open state.
+    int IsOpen() const { return m_bOpen; }
+    dbOpenType GetOpenMode() const { return m_nOpenMode; }
+    int IsExclusive() const { return m_nOpenMode & dbOpenExclusive; }
+
+    // Settings and accessors.
+    const char* FileName() const { return m_strFileName; }
+    dbFileType GetFileType() const { return dbFileType(m_FileDat.FileType); }
+    int GetKeyNo() const { return m_nKeyNo; }
+    unsigned char* GetKeyBuf() { return m_KeyBuf; }
+    char* RcdBuf() { return m_pRcdBuf; }
+    unsigned short GetBytesRead() const { return m_nDataLen; }
+    unsigned short GetRcdBufLen() const { return m_nRcdBufLen; }
+    unsigned short GetRcdLength() const;
+    unsigned long GetRcdCount() const;
+    int GetLastError() const { return m_nLastError; }
+    void ClearError() { m_nLastError = 0; }
+    void SetErrOverride(int on) { m_bErrOverride = on; }
+    int SetBrowser(int on);
+    int LockChecking() const { return m_bLockChecking; }
+    void SetLockChecking(int on) { m_bLockChecking = on; }
+    short ClientId() const { return m_nClientId; }
+    void SetClientId(short id);  // only while the file is closed
+
+    // Record buffer.
+    int SetDataLen(unsigned short n);
+    void CopyRcdData(CDbFile* other);
+
+    // Owner names.
+    int SetOwner(const char* owner, int access);
+    int SetOwner(HWND hwnd, const char* owner, int access);
+    int SetEncryption(const char* owner, int access) { return SetOwner(owner, access); }
+    int SetEncryption(HWND hwnd, const char* owner, int access) {
+        return SetOwner(hwnd, owner, access);
+    }
+    int ClearOwner(HWND hwnd);
+    int ClearEncryption(HWND hwnd) { return ClearOwner(hwnd); }
+
+    // Positions.
+    int GetPosition(long& address);
+    int GetPosition(HWND, long& address) { return GetPosition(address); }
+    int SetPosition(long address, int lock, int read);
+    int SetPosition(HWND hwnd, long address, int lock, int read);
+    int IsDataChanged();
+
+    // Keys.
+    void SetKey(const void* data, int len, int keyNo);
+    void SetKey(int keyNo) { m_nKeyNo = keyNo; }
+
+    // File creation and statistics.
+    int Create(HWND hwnd, void* spec, unsigned short len, void* fileName, int replace);
+    int Create(HWND hwnd, void* spec, unsigned short len, int replace);
+    int Create(HWND hwnd, char* text);
+    int GetStatistics(HWND hwnd = nullptr);
+    int GetFileStatistics(HWND hwnd = nullptr);
+
+    // Field metadata, by field id or by name.
+    unsigned short GetFieldCount();
+    unsigned short GetFieldLength(unsigned short id);
+    unsigned short GetFieldNumDP(unsigned short id);
+    unsigned short GetFieldOffset(unsigned short id);
+    const char* GetFieldPrompt(unsigned short id);
+    const char* GetFieldDesc(unsigned short id);
+    const char* GetFieldName(unsigned short id);
+    const char* GetFieldNameForDDF(unsigned short id);
+    dbFieldType GetFieldType(unsigned short id);
+    dbDispCode GetFieldDispCode(unsigned short id);
+    long GetFieldCodeId(unsigned short id);
+    const char* GetFieldNameForCrystal(unsigned short id, CString& out);
+    unsigned short GetFieldLength(const char* name);
+    unsigned short GetFieldNumDP(const char* name);
+    unsigned short GetFieldOffset(const char* name);
+    const char* GetFieldPrompt(const char* name);
+    const char* GetFieldDesc(const char* name);
+    const char* GetFieldName(const char* name);
+    dbFieldType GetFieldType(const char* name);
+    dbDispCode GetFieldDispCode(const char* name);
+    short GetFieldIdOfName(const char* name);
+    short GetFieldIdOfPrompt(const char* prompt);
+    short GetFieldIdOfKey(short keyNo);
+
+    // Data paths, file location and alternates.
+    void SetFileName(const char* name, const char* path);
+    static void SetSysDataPath(const char* dir);
+    static void SetDataPath(const char* dir);
+    static void SetHistPath(const char* dir);
+    static void SetGLDataPath(const char* dir);
+    static void SetGLHistPath(const char* dir);
+    static const char* GetSysDataPath();
+    static const char* GetDataPath();
+    static const char* GetHistPath();
+    static const char* GetGLDataPath();
+    static const char* GetGLHistPath();
+    static const char* GetDefaultPath(dbFileType type);
+    static const char* QualifySysDataPath(Path& p);
+    static void SetAlternateFile(const char* given, const char* alternate);
+    static CString FindAlternateFile(const char* given);
+    static int IsServerPath(const char* path);
+    static int GetDataTempPath(char* buffer, int size);
+    static CStringArray m_GivenName;
+    static CStringArray m_AlternateName;
+
+    // The engine outside any file.
+    static int ResetBTI(short clientId);
+    static int BtrvVersion(const char* path, CStringArray& lines, int allowOld);
+
+    // Transactions of a client number (0 for the window forms).
+    static int BeginTransaction(short clientId);
+    static int BeginExclusiveTransaction(short clientId);
+    static int EndTransaction(short clientId);
+    static int AbortTransaction(short clientId);
+    static int BeginTransaction(HWND hwnd);
+    static int EndTransaction(HWND hwnd);
+    static int AbortTransaction(HWND hwnd);
+    static int TransactionInProgress() { return m_bInTransaction; }
+    static int m_bInTransaction;
+
+    // Errors.
+    void DefErrProc(HWND hwnd, int status);
+    static dbSQLErrCode GetSQLErrCode(unsigned long result) {
+        return dbSQLErrCode(result & 0xFFFF);
+    }
+    static int GetSQLErrExpression(unsigned long result) { return int(result >> 16); }
+
+    // Lock-wait retry of the engine call frame, for every file.
+    static bool PersistentLocking();
+    static bool PersistentLocking(bool on);  // answers the previous value
+
+    // The shared dictionary and the last status of a dictionary lookup.
+    static CCdd* m_TheCdd;
+    static int m_CddError;
+
+    // The description from the dictionary.
+    CddFileDat m_FileDat;
+    CddFldList m_FldList;
+    CddKeyList m_KeyList;
+    CddRelList m_RelList;
+    int m_bOneRcdFile = 0;
+    int m_bOutdated = 0;
+    DbStatStruct m_FileStat;
+
+  protected:
+    // Every status ends here: folded (4, 9 and 64 become 9), kept as the
+    // last error and shown unless the error override is set.
+    int TranslateError(int status);
+    void CddEntryError(const char* name);
+    int GetLogical(int op, int lock, int keySet);
+    int SetRcdBufLen(unsigned short n);
+    int ResizeRcdBuf(unsigned short n);
+    static unsigned short CalcMaxRcdLen() { return 64512; }
+    // The engine call frame with this file's position block, key buffer,
+    // client number and name.
+    int Call(uint16_t op, void* data, uint16_t* len, int8_t keyNum);
+    int ReadStatistics(DbStatStruct& into);
+    void SetPath(const char* path, const char* name);
+    static void SetAbsolutePath(char* buffer, const char* path, int length);
+    bool IsVarLength() const;
+    int InitCddFile(HWND hwnd);
+
+    uint8_t m_PosBlock[128];
+    int m_nKeyNo = 0;
+    uint8_t m_KeyBuf[255];
+    char* m_pRcdBuf = nullptr;
+    unsigned short m_nRcdBufLen = 0;
+    unsigned short m_nDataLen = 0;
+    CString m_strPath;
+    CString m_strFileName;
+    int m_bOpen = 0;
+    dbOpenType m_nOpenMode = dbOpenNormal;
+    int m_nLastError = 0;
+    CExtended* m_pFilter = nullptr;
+    DbStatStruct* m_pStat = nullptr;
+    int m_bBrowser = 0;
+    int m_bErrOverride = 0;
+    int m_bLockChecking = 0;
+    unsigned short m_nCompareLen = 0;
+    char* m_pCompareBuf = nullptr;
+    int m_nAutoIncMode = 0;
+    short m_nClientId = 0;
+
+  private:
+    size_t m_nRcdAlloc = 0;  // bytes allocated for the record buffer
+    void CopyFrom(const CDbFile& o);
+    // Construction through the dictionary: opening it, and reading this
+    // file's entry (and its alternate's fields) into the description.
+    void OpenDictionary();
+    void LoadDescription(bool useDefaultPath);
+    static int TransactionCall(uint16_t op, short clientId, int newFlag);
+};
+
+// The data paths, each at most 64 characters.
+extern char g_SysDataPath[65];
+extern char g_DataPath[65];
+extern char g_HistPath[65];
+extern char g_GLDataPath[65];
+extern char g_GLHistPath[65];
+
+// Global transaction functions of client number 0: 1 on success, 0 on failure.
+int BeginTransaction(HWND hwnd);
+int EndTransaction(HWND hwnd);
+int AbortTransaction(HWND hwnd);

@@ -1,0 +1,26 @@
+// dbfile: the record-file data layer. This one header declares the whole
+// public interface.
+#pragma once
+
+#include "dbfile/db_file.h"
+#include "dbfile/db_stat.h"
+#include "dbfile/db_types.h"
+#include "dbfile/extended.h"
+#include "dictionary/cdd.h"
+#include "dictionary/create_spec.h"
+#include "dictionary/fld_list.h"
+#include "dictionary/key_list.h"
+#include "dictionary/records.h"
+#include "dictionary/rel_list.h"
+#include "engine/btrv.h"
+#include "engine/dbfile_app.h"
+#include "engine/lock_wait.h"
+#include "engine/messages.h"
+#include "platform/cstring.h"
+#include "platform/dialog.h"
+#include "platform/hwnd.h"
+#include "platform/ui_host.h"
+#include "support/link_list.h"
+#include "support/path.h"
+#include "support/win_string.h"
+#include "support/zstring.h"

@@ -1,0 +1,216 @@
+#include "dictionary/fld_list.h"
+
+#include <cstring>
+#include <initializer_list>
+
+namespace {
+
+// Fixed part of the flattened field, before its four texts.
+constexpr int kFlatFixed = 23;
+
+template <class T>
+void Put(char*& p, T v) {
+    std::memcpy(p, &v, sizeof(T));
+    p += sizeof(T);
+}
+
+template <class T>
+void Get(const char*& p, T& v) {
+    std::memcpy(&v, p, sizeof(T));
+    p += sizeof(T);
+}
+
+// Reads one zero-terminated text, keeping at most `size` bytes of it
+// (terminated), and steps past its terminator.
+void GetText(const char*& p, char* member, size_t size) {
+    size_t n = std::strlen(p);
+    std::memset(member, 0, size);
+    std::memcpy(member, p, n < size ? n : size - 1);
+    p += n + 1;
+}
+
+}  // namespace
+
+CddFldElem::CddFldElem() {
+    std::memset(&m_Fld, 0, sizeof(m_Fld));
+}
+
+CddFldElem::CddFldElem(const CddFldElem& o) : ListElem(o), m_Fld(o.m_Fld) {
+    NewIdentity();
+}
+
+CddFldElem::CddFldElem(const char* flat) : CddFldElem() {
+    Reconstitute(flat);
+}
+
+CddFldElem& CddFldElem::operator=(const CddFldElem& o) {
+    ListElem::operator=(o);
+    m_Fld = o.m_Fld;
+    return *this;
+}
+
+int CddFldElem::SizeWhenFlat() const {
+    return kFlatFixed + 4 +
+           int(std::strlen(m_Fld.Name) + std::strlen(m_Fld.Desc) + std::strlen(m_Fld.Prompt) +
+               std::strlen(m_Fld.NameForDDF));
+}
+
+int CddFldElem::Flatten(char* out) const {
+    char* p = out;
+    int size = SizeWhenFlat();
+    Put<uint16_t>(p, uint16_t(size));
+    Put(p, m_Fld.FldId);
+    Put(p, m_Fld.Offset);
+    Put(p, m_Fld.Length);
+    Put(p, m_Fld.Type);
+    Put(p, m_Fld.VarLen);
+    Put(p, m_Fld.NumDP);
+    Put(p, m_Fld.DispCode);
+    Put(p, m_Fld.CodeId);
+    Put(p, m_Fld.HighWaterId);
+    for (const char* t : {m_Fld.Name, m_Fld.Desc, m_Fld.Prompt, m_Fld.NameForDDF}) {
+        size_t n = std::strlen(t) + 1;
+        std::memcpy(p, t, n);
+        p += n;
+    }
+    return size;
+}
+
+int CddFldElem::Reconstitute(const char* in) {
+    const char* p = in;
+    uint16_t size;
+    Get(p, size);
+    Get(p, m_Fld.FldId);
+    Get(p, m_Fld.Offset);
+    Get(p, m_Fld.Length);
+    Get(p, m_Fld.Type);
+    Get(p, m_Fld.VarLen);
+    Get(p, m_Fld.NumDP);
+    Get(p, m_Fld.DispCode);
+    Get(p, m_Fld.CodeId);
+    Get(p, m_Fld.HighWaterId);
+    GetText(p, m_Fld.Name, sizeof(m_Fld.Name));
+    GetText(p, m_Fld.Desc, sizeof(m_Fld.Desc));
+    GetText(p, m_Fld.Prompt, sizeof(m_Fld.Prompt));
+    GetText(p, m_Fld.NameForDDF, sizeof(m_Fld.NameForDDF));
+    return size;
+}
+
+CddFldList::CddFldList(const CddFldList& o) : LinkList(o) {
+    m_nDelResult = o.m_nDelResult;
+    cur_ = o.cur_ ? static_cast<CddFldElem*>(LinkList::Find(o.LinkList::Find(o.cur_))) : nullptr;
+    pos_.at = cur_;
+}
+
+CddFldList& CddFldList::operator=(const CddFldList& o) {
+    if (this == &o) return *this;
+    LinkList::operator=(o);
+    m_nDelResult = o.m_nDelResult;
+    cur_ = o.cur_ ? static_cast<CddFldElem*>(LinkList::Find(o.LinkList::Find(o.cur_))) : nullptr;
+    pos_.at = cur_;
+    return *this;
+}
+
+int CddFldList::Select(ListElem* e) {
+    cur_ = static_cast<CddFldElem*>(e);
+    pos_.at = e;
+    return cur_ ? 1 : 0;
+}
+
+int CddFldList::First() {
+    return Select(LinkList::First(pos_));
+}
+int CddFldList::Last() {
+    return Select(LinkList::Last(pos_));
+}
+int CddFldList::Next() {
+    return cur_ ? Select(LinkList::Next(pos_)) : 0;
+}
+int CddFldList::Prev() {
+    return cur_ ? Select(LinkList::Prev(pos_)) : 0;
+}
+int CddFldList::Find(int index) {
+    return Select(LinkList::Find(index));
+}
+
+int CddFldList::FindByFldId(unsigned short id) {
+    for (ListElem* e = LinkList::First(pos_); e; e = LinkList::Next(pos_))
+        if (static_cast<CddFldElem*>(e)->m_Fld.FldId == id) return Select(e);
+    return Select(nullptr);
+}
+
+int CddFldList::FindByOffset(unsigned short offset) {
+    for (ListElem* e = LinkList::First(pos_); e; e = LinkList::Next(pos_))
+        if (static_cast<CddFldElem*>(e)->m_Fld.Offset == offset) return Select(e);
+    return Select(nullptr);
+}
+
+int CddFldList::FindByName(const char* name) {
+    for (ListElem* e = LinkList::First(pos_); e; e = LinkList::Next(pos_))
+        if (name && std::strcmp(static_cast<CddFldElem*>(e)->m_Fld.Name, name) == 0)
+            return Select(e);
+    return Select(nullptr);
+}
+
+int CddFldList::AddFld(CddFldElem* e) {
+    Add(e);
+    Select(e);
+    return 1;
+}
+
+int CddFldList::InsFld(int index, CddFldElem* e) {
+    Insert(index, e);
+    Select(e);
+    return 1;
+}
+
+int CddFldList::DelFld() {
+    if (!cur_) return m_nDelResult = 0;
+    Delete(cur_);
+    Select(nullptr);
+    return m_nDelResult = 1;
+}
+
+int CddFldList::DelFld(unsigned short id) {
+    return FindByFldId(id) ? DelFld() : (m_nDelResult = 0);
+}
+
+void CddFldList::SetFldId(unsigned short v) {
+    if (cur_) cur_->m_Fld.FldId = v;
+}
+void CddFldList::SetFldLen(unsigned short v) {
+    if (cur_) cur_->m_Fld.Length = v;
+}
+void CddFldList::SetFldOffset(unsigned short v) {
+    if (cur_) cur_->m_Fld.Offset = v;
+}
+void CddFldList::SetFldType(dbFieldType v) {
+    if (cur_) cur_->m_Fld.Type = uint8_t(v);
+}
+void CddFldList::SetFldNumDP(unsigned char v) {
+    if (cur_) cur_->m_Fld.NumDP = v;
+}
+void CddFldList::SetFldVarLen(int v) {
+    if (cur_) cur_->m_Fld.VarLen = v;
+}
+void CddFldList::SetFldDispCode(dbDispCode v) {
+    if (cur_) cur_->m_Fld.DispCode = uint8_t(v);
+}
+void CddFldList::SetFldCodeId(int v) {
+    if (cur_) cur_->m_Fld.CodeId = v;
+}
+void CddFldList::SetFldHighWaterId(unsigned long v) {
+    if (cur_) cur_->m_Fld.HighWaterId = uint32_t(v);
+}
+void CddFldList::SetFldName(const char* s) {
+    if (cur_) CopyFixedText(cur_->m_Fld.Name, sizeof(cur_->m_Fld.Name), s);
+}
+void CddFldList::SetFldDesc(const char* s) {
+    if (cur_) CopyFixedText(cur_->m_Fld.Desc, sizeof(cur_->m_Fld.Desc), s);
+}
+void CddFldList::SetFldPrompt(const char* s) {
+    if (cur_) CopyFixedText(cur_->m_Fld.Prompt, sizeof(cur_->m_Fld.Prompt), s);
+}
+void CddFldList::SetFldNameForDDF(const char* s) {
+    if (cur_) CopyFixedText(cur_->m_Fld.NameForDDF, sizeof(cur_->m_Fld.NameForDDF), s);
+}

@@ -1,0 +1,96 @@
+#include "dbtest.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "resources/dialogs.h"
+
+namespace dbtest {
+
+MessageLog::MessageLog() {
+    char name[] = "/tmp/dbfile-messages-XXXXXX";
+    int fd = mkstemp(name);
+    if (fd >= 0) close(fd);
+    path_ = name;
+    setenv("DBFILE_COMMON_LIB", DBFILE_TEST_COMMON_LIB, 1);
+    setenv("DBFILE_TEST_MESSAGE_LOG", path_.c_str(), 1);
+}
+
+MessageLog::~MessageLog() {
+    unsetenv("DBFILE_TEST_MESSAGE_LOG");
+    unlink(path_.c_str());
+}
+
+std::vector<std::string> MessageLog::Take() {
+    std::vector<std::string> out;
+    std::ifstream in(path_);
+    std::string line;
+    while (std::getline(in, line)) {
+        // system|module|caption|zero|kind|text
+        size_t at = 0;
+        for (int i = 0; i < 4; ++i)
+            at = line.find('|', at) + 1;
+        out.push_back(line.substr(at));
+    }
+    in.close();
+    std::ofstream(path_, std::ios::trunc);
+    return out;
+}
+
+TestHost::TestHost() : main_(reinterpret_cast<HWND>(uintptr_t(0x7777))) {
+    SetUiHost(this);
+}
+
+TestHost::~TestHost() {
+    SetUiHost(nullptr);
+}
+
+void TestHost::EnableWindow(HWND w, bool on) {
+    if (w == main_)
+        mainEnabled = on;
+    else
+        HeadlessUiHost::EnableWindow(w, on);
+}
+
+HWND TestHost::CreateDialog(unsigned templateId, HWND owner, DialogEvents* events) {
+    if (failCreate) return nullptr;
+    HWND h = HeadlessUiHost::CreateDialog(templateId, owner, events);
+    if (h && templateId == dbfile::kLockWaitDialog) {
+        events_ = events;
+        ++dialogsCreated;
+        ++dialogsOpen;
+    }
+    return h;
+}
+
+void TestHost::SetItemText(HWND, int item, const char* text) {
+    if (item == 1002) fileShown = text;
+}
+
+void TestHost::SetItemInt(HWND, int item, int value) {
+    if (item != 1003) return;
+    attempts.push_back(value);
+    if (cancelOnAttempt && value >= cancelOnAttempt) cancelNow_ = true;
+}
+
+void TestHost::DestroyWindow(HWND w) {
+    if (HeadlessUiHost::IsWindow(w)) --dialogsOpen;
+    HeadlessUiHost::DestroyWindow(w);
+    events_ = nullptr;
+}
+
+bool TestHost::PumpMessage() {
+    if (!cancelNow_ || !events_) return false;
+    cancelNow_ = false;
+    events_->OnCancel();  // the user presses Cancel
+    return true;
+}
+
+std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<rmtest::Key>& keys,
+                          uint16_t flags) {
+    return rmtest::Spec(recordLength, keys, flags);
+}
+
+}  // namespace dbtest

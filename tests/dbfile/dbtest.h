@@ -1,0 +1,64 @@
+// Helpers for the library's tests: the message log of the test common
+// library, a user interface host that records and can cancel, and files.
+#pragma once
+
+#include <dbfile/dbfile.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "rm_util.h"
+
+namespace dbtest {
+
+// Points the library at the test common library and a fresh message log.
+class MessageLog {
+  public:
+    MessageLog();
+    ~MessageLog();
+    // The messages shown since the last call: "kind|text" each.
+    std::vector<std::string> Take();
+
+  private:
+    std::string path_;
+};
+
+// A host with a main window, that records what the lock-wait dialog shows
+// and presses Cancel on a chosen attempt.
+class TestHost : public HeadlessUiHost {
+  public:
+    TestHost();
+    ~TestHost() override;
+    HWND MainWindow() override { return main_; }
+    bool IsWindow(HWND w) override { return w == main_ || HeadlessUiHost::IsWindow(w); }
+    bool IsWindowEnabled(HWND w) override {
+        return w == main_ ? mainEnabled : HeadlessUiHost::IsWindowEnabled(w);
+    }
+    void EnableWindow(HWND w, bool on) override;
+    HWND CreateDialog(unsigned templateId, HWND owner, DialogEvents* events) override;
+    void SetItemText(HWND dialog, int item, const char* text) override;
+    void SetItemInt(HWND dialog, int item, int value) override;
+    void DestroyWindow(HWND w) override;
+    bool PumpMessage() override;
+
+    int cancelOnAttempt = 0;  // 0: never
+    bool failCreate = false;
+    bool mainEnabled = true;
+    std::vector<int> attempts;  // counts shown in control 1003, in order
+    std::string fileShown;      // text of control 1002
+    int dialogsCreated = 0;
+    int dialogsOpen = 0;
+
+  private:
+    HWND main_;
+    DialogEvents* events_ = nullptr;
+    bool cancelNow_ = false;
+};
+
+// A file spec for CDbFile::Create: record length, file flags and the keys
+// as rmtest segments.
+std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<rmtest::Key>& keys,
+                          uint16_t flags = 0);
+
+}  // namespace dbtest

@@ -1,0 +1,48 @@
+// A program that uses the library one way and exits, for tests that watch
+// what reaches the engine over a whole process: the requester is chosen once
+// and the module's exit runs only at the end.
+//   probe idle             touches no file
+//   probe use <file>       creates, opens exclusively, inserts, reads with lock
+//   probe open <file>      opens and prints the status
+#include <dbfile/dbfile.h>
+#include <dbfile/recman.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+int main(int argc, char** argv) {
+    std::string mode = argc > 1 ? argv[1] : "";
+    if (mode == "idle") {
+        CDbFile::SetDataPath("/tmp");
+        return 0;
+    }
+    if (argc < 3) return 2;
+    CDbFile file(argv[2], nullptr, 1);
+    file.SetErrOverride(1);
+    if (mode == "open") {
+        std::printf("%d\n", file.Open(nullptr, dbOpenNormal));
+        return 0;
+    }
+    if (mode != "use") return 2;
+    // 8-byte records keyed on their first 4 bytes.
+    uint8_t spec[32] = {};
+    auto put16 = [&](int at, uint16_t v) { std::memcpy(spec + at, &v, 2); };
+    put16(0, 8);     // record length
+    put16(2, 4096);  // page size
+    put16(4, 1);     // one key
+    put16(16, 1);    // key position
+    put16(18, 4);    // key length
+    put16(20, RM_KEY_MODIFIABLE | RM_KEY_EXTENDED_TYPE);
+    spec[26] = RM_TYPE_INTEGER;
+    if (file.Create(nullptr, spec, sizeof(spec), 1) != 0) return 3;
+    if (file.Open(nullptr, dbOpenExclusive) != 0) return 4;
+    file.SetBrowser(1);  // the buffer goes as it stands
+    file.SetDataLen(8);
+    int32_t id = 7;
+    std::memcpy(file.RcdBuf(), &id, 4);
+    if (file.Insert(nullptr) != 0) return 5;
+    file.SetKey(&id, 4, 0);
+    if (file.GetEqual(nullptr, 1, 1) != 0) return 6;
+    return file.Close(nullptr) == 0 ? 0 : 7;
+}
