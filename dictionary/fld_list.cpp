@@ -14,10 +14,14 @@ void Put(char*& p, T v) {
     p += sizeof(T);
 }
 
+// Reads a value and steps past it. It answers by value: the members it goes
+// into are packed and may not be bound to a reference.
 template <class T>
-void Get(const char*& p, T& v) {
+T Take(const char*& p) {
+    T v;
     std::memcpy(&v, p, sizeof(T));
     p += sizeof(T);
+    return v;
 }
 
 // Reads one zero-terminated text, keeping at most `size` bytes of it
@@ -78,17 +82,16 @@ int CddFldElem::Flatten(char* out) const {
 
 int CddFldElem::Reconstitute(const char* in) {
     const char* p = in;
-    uint16_t size;
-    Get(p, size);
-    Get(p, m_Fld.FldId);
-    Get(p, m_Fld.Offset);
-    Get(p, m_Fld.Length);
-    Get(p, m_Fld.Type);
-    Get(p, m_Fld.VarLen);
-    Get(p, m_Fld.NumDP);
-    Get(p, m_Fld.DispCode);
-    Get(p, m_Fld.CodeId);
-    Get(p, m_Fld.HighWaterId);
+    uint16_t size = Take<uint16_t>(p);
+    m_Fld.FldId = Take<decltype(m_Fld.FldId)>(p);
+    m_Fld.Offset = Take<decltype(m_Fld.Offset)>(p);
+    m_Fld.Length = Take<decltype(m_Fld.Length)>(p);
+    m_Fld.Type = Take<decltype(m_Fld.Type)>(p);
+    m_Fld.VarLen = Take<decltype(m_Fld.VarLen)>(p);
+    m_Fld.NumDP = Take<decltype(m_Fld.NumDP)>(p);
+    m_Fld.DispCode = Take<decltype(m_Fld.DispCode)>(p);
+    m_Fld.CodeId = Take<decltype(m_Fld.CodeId)>(p);
+    m_Fld.HighWaterId = Take<decltype(m_Fld.HighWaterId)>(p);
     GetText(p, m_Fld.Name, sizeof(m_Fld.Name));
     GetText(p, m_Fld.Desc, sizeof(m_Fld.Desc));
     GetText(p, m_Fld.Prompt, sizeof(m_Fld.Prompt));

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 
 #include "resources/dialogs.h"
@@ -91,6 +92,21 @@ bool TestHost::PumpMessage() {
 std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<rmtest::Key>& keys,
                           uint16_t flags) {
     return rmtest::Spec(recordLength, keys, flags);
+}
+
+void UseDictionary(const std::string& path) {
+    std::memset(g_CddFileName, 0, sizeof(g_CddFileName));
+    std::strncpy(g_CddFileName, path.c_str(), sizeof(g_CddFileName) - 1);
+}
+
+void ResetLibrary() {
+    delete CDbFile::m_TheCdd;
+    CDbFile::m_TheCdd = nullptr;
+    for (char* p : {g_SysDataPath, g_DataPath, g_HistPath, g_GLDataPath, g_GLHistPath})
+        std::memset(p, 0, 65);
+    CDbFile::m_GivenName.RemoveAll();
+    CDbFile::m_AlternateName.RemoveAll();
+    std::memset(g_CddFileName, 0, sizeof(g_CddFileName));
 }
 
 }  // namespace dbtest

@@ -61,4 +61,10 @@ class TestHost : public HeadlessUiHost {
 std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<rmtest::Key>& keys,
                           uint16_t flags = 0);
 
+// Names the dictionary file for the record files built from now on.
+void UseDictionary(const std::string& path);
+// Back to the library's state at load: no shared dictionary, empty paths,
+// no alternates, no dictionary name.
+void ResetLibrary();
+
 }  // namespace dbtest

@@ -4,6 +4,10 @@
 //   probe idle             touches no file
 //   probe use <file>       creates, opens exclusively, inserts, reads with lock
 //   probe open <file>      opens and prints the status
+//   probe version          prints the version report and its answer
+//   probe wait <file> <id> reads record <id> of a file keyed on its first 4
+//                          bytes with lock, under the lock-wait retry; prints
+//                          the status and the attempts the dialog showed
 #include <dbfile/dbfile.h>
 #include <dbfile/recman.h>
 
@@ -11,10 +15,32 @@
 #include <cstring>
 #include <string>
 
+namespace {
+
+// The headless host, writing down the attempt counts the dialog shows.
+class CountingHost : public HeadlessUiHost {
+  public:
+    void SetItemInt(HWND, int item, int value) override {
+        if (item == 1003) attempts += " " + std::to_string(value);
+    }
+    std::string attempts;
+};
+
+}  // namespace
+
 int main(int argc, char** argv) {
     std::string mode = argc > 1 ? argv[1] : "";
     if (mode == "idle") {
         CDbFile::SetDataPath("/tmp");
+        return 0;
+    }
+    if (mode == "version") {
+        CStringArray lines;
+        int answer = CDbFile::BtrvVersion(nullptr, lines, 0);
+        std::printf("%d", answer);
+        for (int i = 0; i < lines.GetSize(); ++i)
+            std::printf("|%s", lines[i].c_str());
+        std::printf("\n");
         return 0;
     }
     if (argc < 3) return 2;
@@ -22,6 +48,17 @@ int main(int argc, char** argv) {
     file.SetErrOverride(1);
     if (mode == "open") {
         std::printf("%d\n", file.Open(nullptr, dbOpenNormal));
+        return 0;
+    }
+    if (mode == "wait" && argc > 3) {
+        CountingHost host;
+        SetUiHost(&host);
+        if (file.Open(nullptr, dbOpenNormal) != 0) return 4;
+        int32_t id = std::stoi(argv[3]);
+        file.SetKey(&id, 4, 0);
+        int status = file.GetEqual(nullptr, 1, 1);
+        std::printf("%d:%s\n", status, host.attempts.c_str());
+        SetUiHost(nullptr);
         return 0;
     }
     if (mode != "use") return 2;

@@ -6,9 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "rm_util.h"
@@ -22,21 +25,31 @@ struct ProbeRun {
 
 // Runs the probe with the given requester and spy log, capturing its output.
 ProbeRun Probe(const std::vector<std::string>& args, const std::string& requester,
-               const std::string& spyLog) {
+               const std::string& spyLog, const char* waitSeconds = nullptr,
+               const char* remote = nullptr) {
+    // Everything the child needs is made before the fork: other threads of
+    // this process may hold the allocator's lock at that moment.
+    std::vector<std::string> env{"DBFILE_REQUESTER=" + requester, "DBFILE_SPY_LOG=" + spyLog,
+                                 "RECMAN_SYNC=off"};
+    if (waitSeconds) env.push_back(std::string("DBFILE_LOCK_WAIT_S=") + waitSeconds);
+    if (remote) env.push_back(std::string("DBFILE_SPY_REMOTE=") + remote);
+    for (char** e = environ; *e; ++e)
+        if (std::strncmp(*e, "DBFILE_", 7) != 0 && std::strncmp(*e, "RECMAN_", 7) != 0)
+            env.push_back(*e);
+    std::vector<char*> envp, argv{const_cast<char*>(DBFILE_TEST_PROBE)};
+    for (auto& e : env)
+        envp.push_back(e.data());
+    envp.push_back(nullptr);
+    for (auto& a : args)
+        argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
     int pipeFds[2];
     if (pipe(pipeFds) != 0) return {};
     pid_t pid = fork();
     if (pid == 0) {
         dup2(pipeFds[1], 1);
         close(pipeFds[0]);
-        setenv("DBFILE_REQUESTER", requester.c_str(), 1);
-        setenv("DBFILE_SPY_LOG", spyLog.c_str(), 1);
-        setenv("RECMAN_SYNC", "off", 1);
-        std::vector<char*> argv{const_cast<char*>(DBFILE_TEST_PROBE)};
-        for (auto& a : args)
-            argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        execv(DBFILE_TEST_PROBE, argv.data());
+        execve(DBFILE_TEST_PROBE, argv.data(), envp.data());
         _exit(127);
     }
     close(pipeFds[1]);
@@ -80,6 +93,57 @@ TEST(Requester, ExitResetsAndStopsOnlyAnEngineThatWasUsed) {
     EXPECT_NE(std::find(requests.begin(), requests.end(), "5 0"), requests.end());
     for (auto& r : requests)
         EXPECT_LT(std::stoi(r), 100) << r;
+}
+
+// Another process (this one, on its own engine) holds a lock on record 5
+// while the probe, through the shared requester, reads it with lock.
+TEST(Requester, LockWaitThroughTheSharedRequester) {
+    rmtest::TempDir dir;
+    std::string path = dir.File("held.dat");
+    ASSERT_EQ(rmtest::CreateFile(
+                  path, rmtest::Spec(8, {{{1, 4, RM_KEY_EXTENDED_TYPE, RM_TYPE_INTEGER}}})),
+              RM_OK);
+    rmtest::Handle holder(2);
+    ASSERT_EQ(holder.Open(path), RM_OK);
+    std::vector<uint8_t> rec(8, 0);
+    rec[0] = 5;
+    ASSERT_EQ(holder.Insert(rec), RM_OK);
+    auto hold = [&] {
+        rmtest::Put32(holder.key(), 5);
+        ASSERT_EQ(holder.Get(RM_GET_EQUAL + RM_LOCK_MULTI_NOWAIT, 0, rec), RM_OK);
+    };
+    auto release = [&] {
+        uint32_t len = 0;
+        holder.Call(RM_UNLOCK, nullptr, &len, holder.key(), RM_UNLOCK_ALL_MULTI);
+    };
+
+    // Released after a little over two seconds: the read gets through.
+    hold();
+    std::thread releaser([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2400));
+        release();
+    });
+    ProbeRun run = Probe({"wait", path, "5"}, DBFILE_TEST_RECMAN_SHARED, dir.File("spy.log"));
+    releaser.join();
+    ASSERT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out.substr(0, 9), "0: 1 2 3 ") << run.out;
+
+    // Never released: the headless dialog gives up after its time, 84.
+    hold();
+    run = Probe({"wait", path, "5"}, DBFILE_TEST_RECMAN_SHARED, dir.File("spy.log"), "1");
+    ASSERT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out.substr(0, 3), "84:") << run.out;
+    release();
+}
+
+TEST(Requester, VersionsOfAllThreeComponents) {
+    rmtest::TempDir dir;
+    ProbeRun run =
+        Probe({"version"}, DBFILE_TEST_SPY_REQUESTER, dir.File("spy.log"), nullptr, "9.5T");
+    ASSERT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out, "8|8.0\tClient Requester|8.0\tLinux Server|9.5\tWindows Server Engine\n");
+    run = Probe({"version"}, DBFILE_TEST_SPY_REQUESTER, dir.File("spy.log"), nullptr, "7.9S");
+    EXPECT_EQ(run.out, "-1|8.0\tClient Requester|8.0\tLinux Server|7.9\tNetware Server\n");
 }
 
 TEST(Requester, AMissingRequesterAnswers20) {

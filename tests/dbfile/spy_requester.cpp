@@ -1,11 +1,13 @@
 // An engine requester that writes down every request ("op keyNum" a line) in
 // the file named by DBFILE_SPY_LOG and hands it on to the record manager's
-// shared requester.
+// shared requester. With DBFILE_SPY_REMOTE set ("version.revision" and a
+// platform character) the Version answer reports that remote engine.
 #include <dlfcn.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -34,5 +36,18 @@ extern "C" __attribute__((visibility("default"))) int16_t BTRCALLID(uint16_t op,
         }
     }
     Entry e = Engine();
-    return e ? e(op, pos, data, dataLen, key, keyLen, keyNum, clientId) : int16_t(20);
+    int16_t status = e ? e(op, pos, data, dataLen, key, keyLen, keyNum, clientId) : int16_t(20);
+    const char* remote = std::getenv("DBFILE_SPY_REMOTE");
+    if (op == 26 && status == 0 && remote && data) {
+        int version = 0, revision = 0;
+        char platform = 0;
+        if (std::sscanf(remote, "%d.%d%c", &version, &revision, &platform) == 3) {
+            auto* entry = static_cast<uint8_t*>(data) + 10;
+            int16_t v = int16_t(version), r = int16_t(revision);
+            std::memcpy(entry, &v, 2);
+            std::memcpy(entry + 2, &r, 2);
+            entry[4] = uint8_t(platform);
+        }
+    }
+    return status;
 }
