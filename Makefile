@@ -23,8 +23,10 @@ release: deps
 	cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release -DDBFILE_TESTS=OFF
 	cmake --build $(BUILD)/release -j $(JOBS)
 
+# The library's own walkthrough, in a fresh folder under the build tree.
 demo: release
-	$(BUILD)/release/examples/recman_walkthrough
+	rm -rf $(BUILD)/demo
+	$(BUILD)/release/examples/company_walkthrough $(BUILD)/demo
 
 # The test build runs with AddressSanitizer and UndefinedBehaviorSanitizer.
 test: deps

@@ -179,6 +179,12 @@ class CDbFile {
     static int TransactionInProgress() { return m_bInTransaction; }
     static int m_bInTransaction;
 
+    // Account, job and phone numbers as the application's common library
+    // lays them out; the empty text when it or its entry is missing.
+    static const char* FormatAccount(CString& out, const char* data);
+    static const char* FormatJob(CString& out, const char* data);
+    static const char* FormatPhone(CString& out, const char* data, int phoneValue);
+
     // Errors.
     void DefErrProc(HWND hwnd, int status);
     static dbSQLErrCode GetSQLErrCode(unsigned long result) {

@@ -15,18 +15,18 @@ constexpr unsigned kCaption = 13;
 constexpr unsigned kStatusTexts = 10000;
 constexpr unsigned kUndocumented = 999;
 
-std::string CommonLibrary() {
+}  // namespace
+
+std::string CommonLibraryName() {
     const char* s = std::getenv("DBFILE_COMMON_LIB");
     return s && *s ? s : "libvexacomn.so";
 }
-
-}  // namespace
 
 int ShowMessage(unsigned id, int kind, const std::vector<std::string>& args) {
     IntlString text{WinString(id)};
     text.Fill(args);
     WinString caption(kCaption);
-    DynamicLibrary lib(CommonLibrary());
+    DynamicLibrary lib(CommonLibraryName());
     if (!lib.IsLoaded()) return 0;
     auto fn = reinterpret_cast<MessageFn>(lib.Symbol("VEXA_MessageString"));
     if (!fn) return 0;

@@ -20,6 +20,9 @@ int ShowMessage(unsigned id, int kind, const Args&... args) {
     return ShowMessage(id, kind, std::vector<std::string>{text(args)...});
 }
 
+// The file name of the application's common library (DBFILE_COMMON_LIB).
+std::string CommonLibraryName();
+
 // The standard status message (string 12: file, code and the status's own
 // text); statuses 0, 4, 9, 60 and 64 show nothing.
 void ShowStatusMessage(int status, const char* fileName);

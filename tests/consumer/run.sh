@@ -14,3 +14,4 @@ cmake -S "$src" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" \
 cmake --build "$work/build" -j 2 >/dev/null
 "$work/build/recman_consumer"
 LD_LIBRARY_PATH="$work/prefix/lib" "$work/build/recman_consumer_shared"
+"$work/build/dbfile_consumer"

@@ -190,6 +190,15 @@ TEST_F(RecordFileTest, StatusesAreKeptAndShown) {
     EXPECT_EQ(file.Add(10, "Again"), 5);
     setenv("DBFILE_COMMON_LIB", DBFILE_TEST_COMMON_LIB, 1);
     EXPECT_TRUE(log.Take().empty());
+    // Account, job and phone layouts come from the common library too.
+    CString out = "old";
+    EXPECT_STREQ(CDbFile::FormatAccount(out, "123456"), "12-3456");
+    EXPECT_STREQ(CDbFile::FormatJob(out, "J7"), "[J7]");
+    EXPECT_STREQ(CDbFile::FormatPhone(out, "555 0100", 207), "(207) 555 0100");
+    EXPECT_STREQ(CDbFile::FormatAccount(out, "throw"), "");
+    setenv("DBFILE_COMMON_LIB", "libno-such-library.so", 1);
+    EXPECT_STREQ(CDbFile::FormatPhone(out, "555 0100", 207), "");
+    setenv("DBFILE_COMMON_LIB", DBFILE_TEST_COMMON_LIB, 1);
     EXPECT_EQ(CDbFile::GetSQLErrCode((3ul << 16) | 2), dbSQLBadOperator);
     EXPECT_EQ(CDbFile::GetSQLErrExpression((3ul << 16) | 2), 3);
 }

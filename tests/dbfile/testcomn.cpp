@@ -1,6 +1,9 @@
 // A stand-in for the application's common library: it records every message
 // it is handed, one line each, in the file named by DBFILE_TEST_MESSAGE_LOG,
-// and answers the message kind.
+// and answers the message kind. It also lays out account, job and phone
+// numbers in a recognisable way.
+#include <dbfile/dbfile.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -35,4 +38,25 @@ extern "C" __attribute__((visibility("default"))) int VEXA_MessageString(const c
         std::fclose(f);
     }
     return kind;
+}
+
+// Account numbers as 2-4 groups, job numbers in brackets; a raw text "throw"
+// makes the entry fail. Phones get the value as an area code.
+extern "C" __attribute__((visibility("default"))) const char* FormatAcct(const char* raw) {
+    static std::string out;
+    std::string s = raw;
+    if (s == "throw") throw 1;
+    out = s.size() > 2 ? s.substr(0, 2) + "-" + s.substr(2) : s;
+    return out.c_str();
+}
+
+extern "C" __attribute__((visibility("default"))) const char* FormatJob(const char* raw) {
+    static std::string out;
+    out = std::string("[") + raw + "]";
+    return out.c_str();
+}
+
+extern "C" __attribute__((visibility("default"))) void FormatPhone(CString& out, const char* raw,
+                                                                   int phoneValue) {
+    out = ("(" + std::to_string(phoneValue) + ") " + raw).c_str();
 }

@@ -1,0 +1,317 @@
+// A small company's books on dbfile: the data dictionary describes a customer
+// file and an invoice file; the files are created from their descriptions,
+// filled, searched, walked and measured, and invoices are grouped in
+// transactions, one kept and one thrown away.
+//
+//   company_walkthrough [folder]     (a fresh folder; made when missing)
+#include <dbfile/dbfile.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace {
+
+// Key flags as the dictionary keeps them.
+constexpr int kDuplicates = 0x0001, kModifiable = 0x0002, kSegmentFollows = 0x0010,
+              kNoCase = 0x0400;
+
+// Dates as the engine orders them: day, month, then the year (16 bits).
+uint32_t MakeDate(int year, int month, int day) {
+    uint8_t b[4] = {uint8_t(day), uint8_t(month), uint8_t(year & 0xFF), uint8_t(year >> 8)};
+    uint32_t v;
+    std::memcpy(&v, b, 4);
+    return v;
+}
+
+std::string DateText(uint32_t v) {
+    uint8_t b[4];
+    std::memcpy(b, &v, 4);
+    char out[16];
+    std::snprintf(out, sizeof(out), "%04d-%02d-%02d", b[2] | b[3] << 8, b[1], b[0]);
+    return out;
+}
+
+// Copies between a record buffer and members through the field offsets the
+// dictionary gives.
+class FieldMapped : public CDbFile {
+  public:
+    using CDbFile::CDbFile;
+
+  protected:
+    template <class T>
+    void Get(const char* field, T& into) {
+        std::memcpy(&into, RcdBuf() + GetFieldOffset(field), sizeof(T));
+    }
+    template <class T>
+    void Put(const char* field, const T& from) {
+        std::memcpy(RcdBuf() + GetFieldOffset(field), &from, sizeof(T));
+    }
+    void GetText(const char* field, std::string& into) {
+        const char* p = RcdBuf() + GetFieldOffset(field);
+        into.assign(p, strnlen(p, GetFieldLength(field)));
+        while (!into.empty() && into.back() == ' ')
+            into.pop_back();
+    }
+    void PutText(const char* field, const std::string& from, bool padded) {
+        char* p = RcdBuf() + GetFieldOffset(field);
+        size_t len = GetFieldLength(field);
+        std::memset(p, padded ? ' ' : 0, len);
+        std::memcpy(p, from.data(), std::min(from.size(), padded ? len : len - 1));
+    }
+    // Every write starts from a clean record of the dictionary's length.
+    void StartRecord() {
+        SetDataLen(GetRcdLength());
+        std::memset(RcdBuf(), 0, GetRcdLength());
+    }
+};
+
+class Customer : public FieldMapped {
+  public:
+    Customer() : FieldMapped("Customer.dat") {}
+    int32_t id = 0;
+    std::string name, city;
+    double balance = 0;
+
+    void OnReadRecord() override {
+        Get("CustId", id);
+        GetText("Name", name);
+        GetText("City", city);
+        Get("Balance", balance);
+    }
+    void OnWriteRecord() override {
+        StartRecord();
+        Put("CustId", id);
+        PutText("Name", name, false);
+        PutText("City", city, true);
+        Put("Balance", balance);
+    }
+};
+
+class Invoice : public FieldMapped {
+  public:
+    Invoice() : FieldMapped("Invoice.dat") {}
+    uint32_t number = 0;
+    int32_t customer = 0;
+    uint32_t date = 0;
+    double amount = 0;
+
+    void OnReadRecord() override {
+        Get("InvNo", number);
+        Get("CustId", customer);
+        Get("InvDate", date);
+        Get("Amount", amount);
+    }
+    void OnWriteRecord() override {
+        StartRecord();
+        Put("InvNo", number);
+        Put("CustId", customer);
+        Put("InvDate", date);
+        Put("Amount", amount);
+    }
+};
+
+// Writes one dictionary entry from the dictionary object's description.
+int WriteEntry(CCdd& cdd) {
+    int status = cdd.Insert(nullptr);
+    if (status)
+        std::printf("  could not write the entry for %s (status %d)\n", cdd.m_FileDat.FileName,
+                    status);
+    return status;
+}
+
+void BeginEntry(CCdd& cdd, const char* name, const char* symbol, const char* desc) {
+    cdd.Clear();
+    std::strcpy(cdd.m_FileDat.FileName, name);
+    std::strcpy(cdd.m_FileDat.SymName, symbol);
+    std::strcpy(cdd.m_FileDat.FileDesc, desc);
+    cdd.m_FileDat.FileType = dbFileData;
+    cdd.m_FileDat.FileSpec.PageSize = 4096;
+}
+
+int DescribeCompany() {
+    CCdd cdd(nullptr, g_CddFileName);
+    if (int st = cdd.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate), 1)) return st;
+
+    BeginEntry(cdd, "Customer.dat", "CCustomer", "Customers");
+    cdd.AddField(0, 0, 4, dbInteger, 0, "CustId", "Customer number", "Customer:");
+    cdd.AddField(1, 4, 31, dbZString, 0, "Name", "Customer name", "Name:");
+    cdd.AddField(2, 35, 20, dbString, 0, "City", "City", "City:");
+    cdd.AddField(3, 55, 8, dbFloat, 2, "Balance", "Balance owing", "Balance:");
+    cdd.AddKey(0, "ById", "CustId", 0);
+    cdd.AddKey(1, "ByName", "Name", kDuplicates | kModifiable | kNoCase);
+    cdd.AddKey(2, "ByCity", "City", kSegmentFollows | kDuplicates | kModifiable);
+    cdd.AddKey(2, "ByCity", "Name", kDuplicates | kModifiable | kNoCase);
+    if (int st = WriteEntry(cdd)) return st;
+    std::printf("  Customer.dat: %d fields, %d keys, %u-byte records\n", cdd.GetFldCount(),
+                cdd.m_FileDat.FileSpec.NdxCount, unsigned(cdd.m_FileDat.FileSpec.RecLen));
+
+    BeginEntry(cdd, "Invoice.dat", "CInvoice", "Invoices");
+    cdd.AddField(0, 0, 4, dbUnsigned, 0, "InvNo", "Invoice number", "Invoice:");
+    cdd.AddField(1, 4, 4, dbInteger, 0, "CustId", "Customer number", "Customer:");
+    cdd.AddField(2, 8, 4, dbDate, 0, "InvDate", "Invoice date", "Date:");
+    cdd.AddField(3, 12, 8, dbFloat, 2, "Amount", "Amount", "Amount:");
+    cdd.AddKey(0, "ByNumber", "InvNo", 0);
+    cdd.AddKey(1, "ByCustomer", "CustId", kSegmentFollows | kDuplicates);
+    cdd.AddKey(1, "ByCustomer", "InvDate", kDuplicates);
+    if (int st = WriteEntry(cdd)) return st;
+    std::printf("  Invoice.dat: %d fields, %d keys, %u-byte records\n", cdd.GetFldCount(),
+                cdd.m_FileDat.FileSpec.NdxCount, unsigned(cdd.m_FileDat.FileSpec.RecLen));
+    return 0;
+}
+
+void ShowCustomer(const Customer& c) {
+    std::printf("    %3d  %-22s %-12s %10.2f\n", c.id, c.name.c_str(), c.city.c_str(), c.balance);
+}
+
+int Run(const std::string& folder) {
+    std::printf("Company books in %s\n\n", folder.c_str());
+    CDbFile::SetSysDataPath(folder.c_str());
+    CDbFile::SetDataPath("company");
+    std::snprintf(g_CddFileName, sizeof(g_CddFileName), "%s/vexa.ddf", folder.c_str());
+    std::printf("Data paths: system %s, company %s\n", CDbFile::GetSysDataPath(),
+                CDbFile::GetDataPath());
+
+    std::printf("\nWriting the data dictionary %s:\n", g_CddFileName);
+    if (int st = DescribeCompany()) return st;
+
+    std::printf("\nCreating the files from their descriptions on first open:\n");
+    Customer customers;
+    Invoice invoices;
+    if (int st = customers.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate))) return st;
+    if (int st = invoices.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate))) return st;
+    std::printf("  %s\n  %s\n", customers.FileName(), invoices.FileName());
+
+    std::printf("\nAdding customers:\n");
+    struct {
+        int id;
+        const char* name;
+        const char* city;
+        double balance;
+    } people[] = {{101, "Harbour Fisheries", "Portsmouth", 1250.00},
+                  {102, "anchor supplies", "Bristol", 310.50},
+                  {103, "Bristol Bakery", "Bristol", 0.00},
+                  {104, "Coastal Joinery", "Portsmouth", 4890.25},
+                  {105, "Dunmore Books", "Oxford", 75.10}};
+    for (auto& p : people) {
+        customers.id = p.id;
+        customers.name = p.name;
+        customers.city = p.city;
+        customers.balance = p.balance;
+        if (int st = customers.Insert(nullptr)) return st;
+        ShowCustomer(customers);
+    }
+
+    std::printf("\nFinding customer 103 by number:\n");
+    int32_t wanted = 103;
+    customers.SetKey(&wanted, 4, 0);
+    if (customers.GetEqual(nullptr, 0, 1) == 0) ShowCustomer(customers);
+
+    std::printf("\nThe first name from \"C\" on, ignoring case:\n");
+    customers.SetKey("C", 2, 1);
+    if (customers.GetUsing(dbRelGreaterEqual, 0, 1) == 0) ShowCustomer(customers);
+
+    std::printf("\nAll customers by name (case ignored):\n");
+    customers.SetKey(1);
+    for (int st = customers.GetFirst(nullptr); st == 0; st = customers.GetNext(nullptr))
+        ShowCustomer(customers);
+
+    std::printf("\nBy city, then name:\n");
+    customers.SetKey(2);
+    for (int st = customers.GetFirst(nullptr); st == 0; st = customers.GetNext(nullptr))
+        ShowCustomer(customers);
+
+    std::printf("\nInvoices for two customers, in one transaction that is ended:\n");
+    if (!BeginTransaction(HWND(nullptr))) return 1;
+    struct {
+        uint32_t number;
+        int32_t customer;
+        uint32_t date;
+        double amount;
+    } kept[] = {{5001, 101, MakeDate(2026, 11, 2), 480.00},
+                {5002, 104, MakeDate(2026, 11, 9), 1290.75},
+                {5003, 101, MakeDate(2026, 10, 28), 770.00}};
+    for (auto& k : kept) {
+        invoices.number = k.number;
+        invoices.customer = k.customer;
+        invoices.date = k.date;
+        invoices.amount = k.amount;
+        if (int st = invoices.Insert(nullptr)) {
+            AbortTransaction(HWND(nullptr));
+            return st;
+        }
+        std::printf("    invoice %u for customer %d, %s, %.2f\n", k.number, k.customer,
+                    DateText(k.date).c_str(), k.amount);
+    }
+    if (!EndTransaction(HWND(nullptr))) return 1;
+    std::printf("  ended: %lu invoices on file\n", invoices.GetRcdCount());
+
+    std::printf("\nAnother invoice, in a transaction that is aborted:\n");
+    if (!BeginTransaction(HWND(nullptr))) return 1;
+    invoices.number = 5004;
+    invoices.customer = 105;
+    invoices.date = MakeDate(2026, 11, 20);
+    invoices.amount = 99.99;
+    if (int st = invoices.Insert(nullptr)) return st;
+    std::printf("    invoice 5004 written inside the transaction\n");
+    if (!AbortTransaction(HWND(nullptr))) return 1;
+    invoices.SetErrOverride(1);
+    uint32_t gone = 5004;
+    invoices.SetKey(&gone, 4, 0);
+    int st = invoices.GetEqual(nullptr, 0, 1);
+    std::printf("  aborted: looking for invoice 5004 gives status %d (not found)\n", st);
+    invoices.SetErrOverride(0);
+
+    std::printf("\nInvoices of customer 101, by date:\n");
+    invoices.SetKey(1);
+    int32_t who = 101;
+    uint8_t from[8] = {};
+    std::memcpy(from, &who, 4);
+    invoices.SetKey(from, 8, 1);
+    for (st = invoices.GetUsing(dbRelGreaterEqual, 0, 1); st == 0 && invoices.customer == who;
+         st = invoices.GetNext(nullptr))
+        std::printf("    %s  invoice %u  %.2f\n", DateText(invoices.date).c_str(), invoices.number,
+                    invoices.amount);
+
+    std::printf("\nWhat the engine reports:\n");
+    for (CDbFile* f : {static_cast<CDbFile*>(&customers), static_cast<CDbFile*>(&invoices)}) {
+        if (f->GetFileStatistics(nullptr)) return f->GetLastError();
+        const DbStatStruct& s = f->m_FileStat;
+        std::printf("  %s: %ld records of %d bytes, %d keys in %d segments, pages of %d bytes\n",
+                    f->m_FileDat.FileName, s.GetRcdCount(), s.GetRcdLen(), s.GetNdxCount(),
+                    s.m_KeyList.Count(), s.GetPageSize());
+    }
+    customers.Close(nullptr);
+    invoices.Close(nullptr);
+    std::printf("\nDone.\n");
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string folder;
+    if (argc > 1) {
+        folder = argv[1];
+        ::mkdir(folder.c_str(), 0777);
+    } else {
+        char made[] = "/tmp/dbfile-company-XXXXXX";
+        if (!mkdtemp(made)) {
+            std::perror("mkdtemp");
+            return 1;
+        }
+        folder = made;
+    }
+    Path p(folder.c_str());
+    p.QualifyPath();
+    try {
+        int status = Run(p.c_str());
+        if (status) std::printf("Stopped with status %d.\n", status);
+        return status ? 1 : 0;
+    } catch (int e) {
+        std::printf("A record file could not be built (%d).\n", e);
+        return 1;
+    }
+}
