@@ -1,9 +1,9 @@
-// The engine's statistics of an open file: its file specification and the
+// The engine's statistics of an open file: its file spec block and the
 // list of its key segments as the engine reports them.
 #pragma once
 
 #include "dictionary/records.h"
-#include "support/link_list.h"
+#include "support/cursor_list.h"
 
 class DbStatKeyElem : public ListElem {
   public:
@@ -18,17 +18,8 @@ class DbStatKeyElem : public ListElem {
     ListElem* Clone() const override { return new DbStatKeyElem(*this); }
 };
 
-class DbStatKeyList : public LinkList {
+class DbStatKeyList : public CursorList<DbStatKeyElem> {
   public:
-    DbStatKeyList() = default;
-    DbStatKeyList(const DbStatKeyList& o);
-    DbStatKeyList& operator=(const DbStatKeyList& o);
-
-    int First();
-    int Last();
-    int Next();
-    int Prev();
-    int Find(int index);
     int FindByKeyNo(int keyNo);
     // The first segment starting at `offset` (+ 1 is its position); with
     // anySegment 0 only keys' first segments count.
@@ -41,12 +32,6 @@ class DbStatKeyList : public LinkList {
     int GetKeyNo() const { return cur_->m_Key.KeyNo; }
     unsigned short GetPosition() const { return cur_->m_Key.Position; }
     DbStatKeySpec* GetKeySpec() const { return cur_ ? &cur_->m_Key : nullptr; }
-    DbStatKeyElem* Current() const { return cur_; }
-
-  private:
-    int Select(ListElem* e);
-    LLPosition pos_;
-    DbStatKeyElem* cur_ = nullptr;
 };
 
 class DbStatStruct {

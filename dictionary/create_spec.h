@@ -1,5 +1,5 @@
 // The engine's create buffer for a described file: its 16-byte file
-// specification, then each key segment converted for the engine.
+// spec block, then each key segment converted for the engine.
 #pragma once
 
 #include <cstdint>

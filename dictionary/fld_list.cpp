@@ -99,60 +99,17 @@ int CddFldElem::Reconstitute(const char* in) {
     return size;
 }
 
-CddFldList::CddFldList(const CddFldList& o) : LinkList(o) {
-    m_nDelResult = o.m_nDelResult;
-    cur_ = o.cur_ ? static_cast<CddFldElem*>(LinkList::Find(o.LinkList::Find(o.cur_))) : nullptr;
-    pos_.at = cur_;
-}
-
-CddFldList& CddFldList::operator=(const CddFldList& o) {
-    if (this == &o) return *this;
-    LinkList::operator=(o);
-    m_nDelResult = o.m_nDelResult;
-    cur_ = o.cur_ ? static_cast<CddFldElem*>(LinkList::Find(o.LinkList::Find(o.cur_))) : nullptr;
-    pos_.at = cur_;
-    return *this;
-}
-
-int CddFldList::Select(ListElem* e) {
-    cur_ = static_cast<CddFldElem*>(e);
-    pos_.at = e;
-    return cur_ ? 1 : 0;
-}
-
-int CddFldList::First() {
-    return Select(LinkList::First(pos_));
-}
-int CddFldList::Last() {
-    return Select(LinkList::Last(pos_));
-}
-int CddFldList::Next() {
-    return cur_ ? Select(LinkList::Next(pos_)) : 0;
-}
-int CddFldList::Prev() {
-    return cur_ ? Select(LinkList::Prev(pos_)) : 0;
-}
-int CddFldList::Find(int index) {
-    return Select(LinkList::Find(index));
-}
-
 int CddFldList::FindByFldId(unsigned short id) {
-    for (ListElem* e = LinkList::First(pos_); e; e = LinkList::Next(pos_))
-        if (static_cast<CddFldElem*>(e)->m_Fld.FldId == id) return Select(e);
-    return Select(nullptr);
+    return SelectFirst([&](const CddFldElem& e) { return e.m_Fld.FldId == id; });
 }
 
 int CddFldList::FindByOffset(unsigned short offset) {
-    for (ListElem* e = LinkList::First(pos_); e; e = LinkList::Next(pos_))
-        if (static_cast<CddFldElem*>(e)->m_Fld.Offset == offset) return Select(e);
-    return Select(nullptr);
+    return SelectFirst([&](const CddFldElem& e) { return e.m_Fld.Offset == offset; });
 }
 
 int CddFldList::FindByName(const char* name) {
-    for (ListElem* e = LinkList::First(pos_); e; e = LinkList::Next(pos_))
-        if (name && std::strcmp(static_cast<CddFldElem*>(e)->m_Fld.Name, name) == 0)
-            return Select(e);
-    return Select(nullptr);
+    return SelectFirst(
+        [&](const CddFldElem& e) { return name && std::strcmp(e.m_Fld.Name, name) == 0; });
 }
 
 int CddFldList::AddFld(CddFldElem* e) {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "dictionary/records.h"
-#include "support/link_list.h"
+#include "support/cursor_list.h"
 
 class CddFldElem : public ListElem {
   public:
@@ -25,17 +25,11 @@ class CddFldElem : public ListElem {
     ListElem* Clone() const override { return new CddFldElem(*this); }
 };
 
-class CddFldList : public LinkList {
+class CddFldList : public CursorList<CddFldElem> {
   public:
-    CddFldList() : LinkList(0) {}
-    CddFldList(const CddFldList& o);
-    CddFldList& operator=(const CddFldList& o);
+    CddFldList() : CursorList(0) {}
 
-    int First();
-    int Last();
-    int Next();
-    int Prev();
-    int Find(int index);
+    using CursorList::Find;
     int FindByFldId(unsigned short id);
     int FindByOffset(unsigned short offset);
     int FindByName(const char* name);  // exact, case-sensitive
@@ -79,11 +73,6 @@ class CddFldList : public LinkList {
     void SetFldPrompt(const char* s);      // 32
     void SetFldNameForDDF(const char* s);  // 20
 
-    CddFldElem* Current() const { return cur_; }
-
   private:
-    int Select(ListElem* e);
     int m_nDelResult = 1;
-    CddFldElem* cur_ = nullptr;
-    LLPosition pos_;
 };

@@ -14,58 +14,16 @@ void CddKeyElem::SetSegment(const CddFldDat* fld) {
     m_Key.KeySpec.Length = fld->Length;
 }
 
-CddKeyList::CddKeyList(const CddKeyList& o) : LinkList(o) {
-    cur_ = o.cur_ ? static_cast<CddKeyElem*>(LinkList::Find(o.LinkList::Find(o.cur_))) : nullptr;
-    pos_.at = cur_;
-}
-
-CddKeyList& CddKeyList::operator=(const CddKeyList& o) {
-    if (this == &o) return *this;
-    LinkList::operator=(o);
-    cur_ = o.cur_ ? static_cast<CddKeyElem*>(LinkList::Find(o.LinkList::Find(o.cur_))) : nullptr;
-    pos_.at = cur_;
-    return *this;
-}
-
-int CddKeyList::Select(ListElem* e) {
-    cur_ = static_cast<CddKeyElem*>(e);
-    pos_.at = e;
-    return cur_ ? 1 : 0;
-}
-
-int CddKeyList::First() {
-    return Select(LinkList::First(pos_));
-}
-int CddKeyList::Last() {
-    return Select(LinkList::Last(pos_));
-}
-int CddKeyList::Next() {
-    return cur_ ? Select(LinkList::Next(pos_)) : 0;
-}
-int CddKeyList::Prev() {
-    return cur_ ? Select(LinkList::Prev(pos_)) : 0;
-}
-int CddKeyList::Find(int index) {
-    return Select(LinkList::Find(index));
-}
-
 int CddKeyList::FindByKeyNo(int keyNo) {
-    for (ListElem* e = LinkList::First(pos_); e; e = LinkList::Next(pos_))
-        if (static_cast<CddKeyElem*>(e)->m_Key.KeySpec.KeyNo == keyNo) return Select(e);
-    return Select(nullptr);
+    return SelectFirst([&](const CddKeyElem& e) { return e.m_Key.KeySpec.KeyNo == keyNo; });
 }
 
 int CddKeyList::FindByFldId(unsigned short fldId) {
-    for (ListElem* e = LinkList::First(pos_); e; e = LinkList::Next(pos_))
-        if (static_cast<CddKeyElem*>(e)->m_Key.FldId == fldId) return Select(e);
-    return Select(nullptr);
+    return SelectFirst([&](const CddKeyElem& e) { return e.m_Key.FldId == fldId; });
 }
 
 int CddKeyList::NextByFldId(unsigned short fldId) {
-    if (!cur_) return 0;
-    for (ListElem* e = LinkList::Next(pos_); e; e = LinkList::Next(pos_))
-        if (static_cast<CddKeyElem*>(e)->m_Key.FldId == fldId) return Select(e);
-    return Select(nullptr);
+    return SelectNext([&](const CddKeyElem& e) { return e.m_Key.FldId == fldId; });
 }
 
 int CddKeyList::AddKey(int keyNo) {
@@ -83,8 +41,8 @@ int CddKeyList::InsKey(int keyNo) {
     // The segments already in the key say that one follows; the new one goes
     // before the first segment of a higher key.
     int index = 0;
-    ListElem* e = LinkList::First(pos_);
-    for (; e; e = LinkList::Next(pos_), ++index) {
+    LLPosition p;
+    for (ListElem* e = LinkList::First(p); e; e = LinkList::Next(p), ++index) {
         auto* k = static_cast<CddKeyElem*>(e);
         if (k->m_Key.KeySpec.KeyNo > keyNo) break;
         if (k->m_Key.KeySpec.KeyNo == keyNo) k->m_Key.KeySpec.Flags |= kKeySegmented;

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "dictionary/records.h"
-#include "support/link_list.h"
+#include "support/cursor_list.h"
 
 class CddKeyElem : public ListElem {
   public:
@@ -20,17 +20,8 @@ class CddKeyElem : public ListElem {
     ListElem* Clone() const override { return new CddKeyElem(*this); }
 };
 
-class CddKeyList : public LinkList {
+class CddKeyList : public CursorList<CddKeyElem> {
   public:
-    CddKeyList() = default;
-    CddKeyList(const CddKeyList& o);
-    CddKeyList& operator=(const CddKeyList& o);
-
-    int First();
-    int Last();
-    int Next();
-    int Prev();
-    int Find(int index);
     int FindByKeyNo(int keyNo);
     int FindByFldId(unsigned short fldId);
     int NextByFldId(unsigned short fldId);  // from the current segment on
@@ -65,11 +56,4 @@ class CddKeyList : public LinkList {
     void SetAcsNo(unsigned char v);
     void SetType(dbFieldType v);
     void SetSegment(const CddFldDat* fld);
-
-    CddKeyElem* Current() const { return cur_; }
-
-  private:
-    int Select(ListElem* e);
-    LLPosition pos_;
-    CddKeyElem* cur_ = nullptr;
 };

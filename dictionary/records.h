@@ -1,5 +1,5 @@
 // The records that describe a data file: the file record, a field, a key
-// segment, and the engine's 16-byte file and key specifications. They are
+// segment, and the engine's 16-byte file and key spec blocks. They are
 // byte-packed: the file record and key segment are stored as they stand.
 #pragma once
 
@@ -67,7 +67,7 @@ enum dbFileType : int {
 
 #pragma pack(push, 1)
 
-// The file specification of the engine's Create (and, as returned, of Stat).
+// The file spec block of the engine's Create (and, as returned, of Stat).
 struct DbCreateFileSpec {
     uint16_t RecLen;  // fixed record length
     uint16_t PageSize;

@@ -20,11 +20,11 @@ int main() {
     if (!mkdtemp(dir)) return 1;
     std::string path = std::string(dir) + "/items.dat";
     uint8_t spec[32] = {};
-    spec[0] = 16;                       // record length
-    spec[3] = 4096 >> 8;                // page size
-    spec[4] = 1;                        // one key
-    spec[16] = 1;                       // position 1
-    spec[18] = 4;                       // length 4
+    spec[0] = 16;         // record length
+    spec[3] = 4096 >> 8;  // page size
+    spec[4] = 1;          // one key
+    spec[16] = 1;         // position 1
+    spec[18] = 4;         // length 4
     spec[20] = RM_KEY_EXTENDED_TYPE & 0xFF;
     spec[21] = RM_KEY_EXTENDED_TYPE >> 8;
     spec[26] = RM_TYPE_INTEGER;
@@ -35,7 +35,8 @@ int main() {
     if (st) return Fail("create", st);
     uint8_t pos[RM_POSITION_BLOCK_SIZE] = {};
     len = 0;
-    if ((st = BTRCALLID(RM_OPEN, pos, nullptr, &len, key, 255, 0, kClient))) return Fail("open", st);
+    if ((st = BTRCALLID(RM_OPEN, pos, nullptr, &len, key, 255, 0, kClient)))
+        return Fail("open", st);
     for (int32_t i = 10; i > 0; --i) {
         uint8_t rec[16] = {};
         std::memcpy(rec, &i, 4);
