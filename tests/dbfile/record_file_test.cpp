@@ -408,8 +408,11 @@ TEST_F(RecordFileTest, TemporaryFilesGoWithCloseTemp) {
     ASSERT_EQ(temp.CloseTemp(), 0);
     EXPECT_NE(access(made.c_str(), F_OK), 0);
     // Under its own name it is only closed.
-    CDbFile::SetSysDataPath("");
-    CDbFile::SetDataPath("");
+    std::strcpy(file.m_FileDat.FileName, "cust.dat");
+    ASSERT_EQ(file.CloseTemp(), 0);
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_EQ(access(path.c_str(), F_OK), 0);
+    dbtest::ResetLibrary();
 }
 
 }  // namespace
