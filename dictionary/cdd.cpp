@@ -62,29 +62,6 @@ CCdd::CCdd(HWND, const char* name) : CDbFile(name, nullptr, 1, 0) {
     Clear();
 }
 
-CCdd::CCdd(const CCdd& o) : CDbFile(o) {
-    m_bOverride = o.m_bOverride;
-    m_pOvFile = o.m_pOvFile;
-    m_pOvFields = o.m_pOvFields;
-    m_pOvKeys = o.m_pOvKeys;
-    m_pOvRels = o.m_pOvRels;
-    m_pOvOneRcdFile = o.m_pOvOneRcdFile;
-    m_pOvOutdated = o.m_pOvOutdated;
-}
-
-CCdd& CCdd::operator=(const CCdd& o) {
-    if (this == &o) return *this;
-    CDbFile::operator=(o);
-    m_bOverride = o.m_bOverride;
-    m_pOvFile = o.m_pOvFile;
-    m_pOvFields = o.m_pOvFields;
-    m_pOvKeys = o.m_pOvKeys;
-    m_pOvRels = o.m_pOvRels;
-    m_pOvOneRcdFile = o.m_pOvOneRcdFile;
-    m_pOvOutdated = o.m_pOvOutdated;
-    return *this;
-}
-
 CCdd::~CCdd() {
     Clear();
 }

@@ -13,8 +13,9 @@ extern char g_CddFileName[261];
 class CCdd : public CDbFile {
   public:
     CCdd(HWND hwnd, const char* name);
-    CCdd(const CCdd& o);
-    CCdd& operator=(const CCdd& o);
+    // Copies carry the record-file part and the redirection as they stand.
+    CCdd(const CCdd& o) = default;
+    CCdd& operator=(const CCdd& o) = default;
     ~CCdd() override;
 
     using CDbFile::Open;
