@@ -84,6 +84,19 @@ CDbFile& CDbFile::operator=(const CDbFile& o) {
     return *this;
 }
 
+namespace {
+
+// A copy of `n` bytes in a buffer of its own; null for no bytes.
+char* Duplicate(const char* from, size_t n) {
+    if (!from || !n) return nullptr;
+    char* p = static_cast<char*>(std::malloc(n));
+    if (!p) throw std::bad_alloc();
+    std::memcpy(p, from, n);
+    return p;
+}
+
+}  // namespace
+
 // Copies every member; the owned buffers and states are copied, not shared.
 void CDbFile::CopyFrom(const CDbFile& o) {
     m_FileDat = o.m_FileDat;
@@ -97,12 +110,7 @@ void CDbFile::CopyFrom(const CDbFile& o) {
     m_nKeyNo = o.m_nKeyNo;
     std::memcpy(m_KeyBuf, o.m_KeyBuf, sizeof(m_KeyBuf));
     m_nRcdAlloc = o.m_pRcdBuf ? o.m_nRcdAlloc : 0;
-    m_pRcdBuf = nullptr;
-    if (m_nRcdAlloc) {
-        m_pRcdBuf = static_cast<char*>(std::malloc(m_nRcdAlloc));
-        if (!m_pRcdBuf) throw std::bad_alloc();
-        std::memcpy(m_pRcdBuf, o.m_pRcdBuf, m_nRcdAlloc);
-    }
+    m_pRcdBuf = Duplicate(o.m_pRcdBuf, m_nRcdAlloc);
     m_nRcdBufLen = o.m_nRcdBufLen;
     m_nDataLen = o.m_nDataLen;
     m_strPath = o.m_strPath;
@@ -116,12 +124,7 @@ void CDbFile::CopyFrom(const CDbFile& o) {
     m_bErrOverride = o.m_bErrOverride;
     m_bLockChecking = o.m_bLockChecking;
     m_nCompareLen = o.m_nCompareLen;
-    m_pCompareBuf = nullptr;
-    if (o.m_pCompareBuf && m_nCompareLen) {
-        m_pCompareBuf = static_cast<char*>(std::malloc(m_nCompareLen));
-        if (!m_pCompareBuf) throw std::bad_alloc();
-        std::memcpy(m_pCompareBuf, o.m_pCompareBuf, m_nCompareLen);
-    }
+    m_pCompareBuf = Duplicate(o.m_pCompareBuf, m_nCompareLen);
     m_nAutoIncMode = o.m_nAutoIncMode;
     m_nClientId = o.m_nClientId;
 }

@@ -251,9 +251,9 @@ Status Engine::Dispatch(Request& r) {
         case RM_BEGIN_TRANSACTION:
             return BeginTransaction(r);
         case RM_END_TRANSACTION:
-            return EndTransaction(r);
+            return FinishTransaction(r, true);
         case RM_ABORT_TRANSACTION:
-            return AbortTransaction(r);
+            return FinishTransaction(r, false);
         default:
             return RM_INVALID_OPERATION;
     }

@@ -102,8 +102,7 @@ class Engine {
     Status JoinFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*& out);
     void EndFiles(Client& c, bool commit, Status& st);
     Status BeginTransaction(Request& r);
-    Status EndTransaction(Request& r);
-    Status AbortTransaction(Request& r);
+    Status FinishTransaction(Request& r, bool commit);
 
     // Locks.
     // `shared`: the record was read through the shared snapshot, which must

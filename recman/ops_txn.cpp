@@ -77,20 +77,13 @@ Status Engine::BeginTransaction(Request& r) {
     return RM_OK;
 }
 
-Status Engine::EndTransaction(Request& r) {
+// End commits and answers the commit's status; abort always succeeds.
+Status Engine::FinishTransaction(Request& r, bool commit) {
     Client& c = *r.client;
     if (!c.txn.active) return RM_NO_TRANSACTION;
     Status st;
-    EndFiles(c, true, st);
-    return st;
-}
-
-Status Engine::AbortTransaction(Request& r) {
-    Client& c = *r.client;
-    if (!c.txn.active) return RM_NO_TRANSACTION;
-    Status st;
-    EndFiles(c, false, st);
-    return RM_OK;
+    EndFiles(c, commit, st);
+    return commit ? st : RM_OK;
 }
 
 }  // namespace recman

@@ -416,3 +416,28 @@ TEST_F(RecordFileTest, TemporaryFilesGoWithCloseTemp) {
 }
 
 }  // namespace
+
+namespace {
+
+// Copies own their record buffer and comparison copy (ASan sees any buffer
+// released twice).
+TEST(RecordFileCopy, BuffersBelongToEachCopy) {
+    CDbFile a("x.dat", nullptr, 1);
+    a.SetDataLen(10);
+    std::memcpy(a.RcdBuf(), "abcdefghi", 10);
+    a.SaveDataForCompare();
+    {
+        CDbFile b(a);
+        EXPECT_NE(b.RcdBuf(), a.RcdBuf());
+        EXPECT_STREQ(b.RcdBuf(), "abcdefghi");
+        EXPECT_EQ(b.IsDataChanged(), 0);
+        b.RcdBuf()[0] = 'z';
+    }
+    EXPECT_EQ(a.RcdBuf()[0], 'a');
+    CDbFile c("y.dat", nullptr, 1);
+    c = a;
+    EXPECT_STREQ(c.FileName(), "x.dat");
+    EXPECT_EQ(c.IsDataChanged(), 0);
+}
+
+}  // namespace

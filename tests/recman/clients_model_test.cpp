@@ -403,13 +403,7 @@ class ClientsRun {
                          ? m.ById(hw.cur.keyId)->number
                          : KeyNumber(m);
                 if (const rmmodel::Key* k = m.Find(kn)) {
-                    std::vector<uint8_t> src = gen_.Record(m);
-                    if (!m.recs.empty() && gen_.Chance(60)) {
-                        auto it = m.recs.begin();
-                        std::advance(it, gen_.Int(0, int(m.recs.size()) - 1));
-                        src = it->second.data;
-                    }
-                    auto kv = m.KeyOf(*k, src);
+                    auto kv = m.KeyOf(*k, gen_.SearchSource(m));
                     std::memcpy(key, kv.data(), kv.size());
                     std::memcpy(mkey, key, 255);
                 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <iterator>
 
 namespace rmgen {
 
@@ -140,6 +141,16 @@ std::vector<uint8_t> Gen::Record(const rmmodel::Model& m) {
     for (size_t i = m.recLen; i < r.size(); ++i)
         r[i] = uint8_t(Int(0, 255));
     return r;
+}
+
+std::vector<uint8_t> Gen::SearchSource(const rmmodel::Model& m) {
+    std::vector<uint8_t> src = Record(m);
+    if (!m.recs.empty() && Chance(60)) {
+        auto it = m.recs.begin();
+        std::advance(it, Int(0, int(m.recs.size()) - 1));
+        src = it->second.data;
+    }
+    return src;
 }
 
 }  // namespace rmgen

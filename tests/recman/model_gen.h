@@ -43,6 +43,8 @@ class Gen {
     // A record with every field drawn from a small domain, so that equal
     // values, edges and case variants meet often.
     std::vector<uint8_t> Record(const rmmodel::Model& m);
+    // A record to take search values from: a stored one (60%) or a fresh one.
+    std::vector<uint8_t> SearchSource(const rmmodel::Model& m);
 
   private:
     void Put(std::vector<uint8_t>& r, size_t off, uint64_t v, int n);

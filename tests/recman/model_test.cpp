@@ -122,14 +122,7 @@ class ModelRun {
                          ? model_.ById(mh.keyId)->number
                          : KeyNumber();
             if (const rmmodel::Key* k = model_.Find(kn)) {
-                // Search values: an existing record's key or a fresh one.
-                std::vector<uint8_t> src = gen_.Record(model_);
-                if (!model_.recs.empty() && gen_.Chance(60)) {
-                    auto it = model_.recs.begin();
-                    std::advance(it, gen_.Int(0, int(model_.recs.size()) - 1));
-                    src = it->second.data;
-                }
-                auto kv = model_.KeyOf(*k, src);
+                auto kv = model_.KeyOf(*k, gen_.SearchSource(model_));
                 std::memcpy(key, kv.data(), kv.size());
             }
             bool keyOnly = gen_.Chance(10);
