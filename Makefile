@@ -4,7 +4,7 @@ JOBS     ?= $(shell nproc 2>/dev/null || echo 2)
 PACKAGES := cmake g++ make pkg-config liblmdb-dev libgtest-dev libgmock-dev \
             libbenchmark-dev libsqlite3-dev libxml2-dev
 
-.PHONY: all deps release demo test bench install clean
+.PHONY: all deps release demo test stress bench install clean
 
 all: release
 
@@ -34,8 +34,14 @@ test: deps
 	cmake --build $(BUILD)/test -j $(JOBS)
 	cd $(BUILD)/test && ctest --output-on-failure -j $(JOBS)
 
+# make test, again and again on a clean clone with both cores kept busy, then
+# each concurrency test many times alone (STRESS_RUNS, STRESS_REPEAT).
+stress: deps
+	scripts/stress.sh
+
 bench: release
 	$(BUILD)/release/bench/recman_bench --benchmark_counters_tabular=true
+	$(BUILD)/release/bench/writers_bench --benchmark_counters_tabular=true
 
 install: release
 	cmake --install $(BUILD)/release --prefix $(or $(PREFIX),/usr/local)

@@ -78,7 +78,7 @@ std::string ScratchDir() {
 
 // recman ----------------------------------------------------------------------
 
-RecmanStore::RecmanStore(const std::string& path) {
+RecmanStore::RecmanStore(const std::string& path, bool create) {
     uint8_t spec[16 + 32] = {};
     Put16(spec, kRecordSize);
     Put16(spec + 2, 4096);
@@ -93,8 +93,9 @@ RecmanStore::RecmanStore(const std::string& path) {
     spec[42] = RM_TYPE_ZSTRING;
     std::strncpy(reinterpret_cast<char*>(key_), path.c_str(), 254);
     uint32_t len = sizeof(spec);
-    Check(BTRCALLID(RM_CREATE, nullptr, spec, &len, key_, 255, RM_CREATE_REPLACE, kClient),
-          "recman create");
+    if (create)
+        Check(BTRCALLID(RM_CREATE, nullptr, spec, &len, key_, 255, RM_CREATE_REPLACE, kClient),
+              "recman create");
     len = 0;
     Check(BTRCALLID(RM_OPEN, pos_, nullptr, &len, key_, 255, 0, kClient), "recman open");
 }

@@ -35,7 +35,8 @@ std::string ScratchDir();
 
 class RecmanStore {
   public:
-    explicit RecmanStore(const std::string& path);
+    // Creates the file afresh, or (`create` false) opens the one there.
+    explicit RecmanStore(const std::string& path, bool create = true);
     ~RecmanStore();
     bool Insert(Record& r);
     bool GetEqual(int32_t id, Record& out);

@@ -20,7 +20,6 @@ namespace recman {
 namespace {
 
 constexpr uint32_t kBlockMagic = 0x42504D52;  // "RMPB"
-constexpr int kWriterSlotWaitMs = 50;
 constexpr auto kRetryPause = std::chrono::milliseconds(2);
 constexpr auto kIdleSnapshot = std::chrono::milliseconds(250);
 
@@ -170,26 +169,59 @@ int16_t Engine::Call(uint16_t op, void* pos, void* data, uint32_t* dataLen, void
     r.client = ClientFor(clientId);
     Clock::time_point deadline{};
     bool waiting = false;
+    // The writer queue, once waited for, is held for one run of the request.
+    std::unique_ptr<LockWaiter> queue;
+    std::shared_ptr<FileEnv> queueEnv;
     for (int fresh = 0;;) {
+        queueHeld_ = queue ? queueEnv.get() : nullptr;
         Status st = Dispatch(r);
+        queueHeld_ = nullptr;
+        queue.reset();
+        queueEnv = std::move(queueWanted_);  // the file whose queue the request waits for
         if (st >= 0) return int16_t(st);
         if (st == kReadAgain && ++fresh < 100) continue;  // at once, with a new snapshot
+        // Writers queue behind one another's single changes; a lock held by
+        // another handle, or a file held by a transaction, is waited for only
+        // when the request says so.
+        bool queued = st == kWaitForQueue || st == kWriterBusy;
+        if (!queued && !r.Waits()) return RM_RECORD_LOCKED;
         if (!waiting) {
-            int ms = 0;
-            if (st == kBlockedByWriter && r.IsChange())
-                ms = kWriterSlotWaitMs;
-            else if (r.Waits())
-                ms = LockWaitMs();
-            deadline = Clock::now() + std::chrono::milliseconds(ms);
+            deadline = Clock::now() + std::chrono::milliseconds(LockWaitMs());
             waiting = true;
         }
         if (Clock::now() >= deadline) return RM_RECORD_LOCKED;
-        lk.unlock();
-        std::this_thread::sleep_for(kRetryPause);
-        lk.lock();
-        if (forked_) AfterFork();
+        if (st == kWaitForQueue && queueEnv) {
+            // The write to come gives up the snapshot anyway; held through
+            // the wait it would keep the pages others free from use.
+            queueEnv->ReleaseSnapshot();
+            auto waiter =
+                std::make_unique<LockWaiter>(queueEnv->lockFd(), queueEnv->path(), kQueueLockByte);
+            lk.unlock();
+            bool granted = waiter->WaitUntil(deadline);
+            lk.lock();
+            if (granted) queue = std::move(waiter);
+        } else {
+            lk.unlock();
+            std::this_thread::sleep_for(kRetryPause);
+            lk.lock();
+        }
+        if (forked_) {
+            (void)queue.release();  // its description is the parent's
+            AfterFork();
+        }
         r.client = ClientFor(clientId);
     }
+}
+
+Status Engine::EnterQueue(const std::shared_ptr<FileEnv>& env, bool& own) {
+    own = false;
+    if (queueHeld_ == env.get()) return RM_OK;
+    if (!env->TryQueue()) {
+        queueWanted_ = env;
+        return kWaitForQueue;
+    }
+    own = true;
+    return RM_OK;
 }
 
 Status Engine::Dispatch(Request& r) {

@@ -95,6 +95,10 @@ class Engine {
     Status RunWrite(Handle& h, F&& change);
     template <class F>
     Status RunSingleWrite(Handle& h, F&& change);
+    // Puts the call at the head of the file's writer queue: at once when the
+    // queue is free (`own`: this call took it and gives it back), or through
+    // a wait in the kernel that Call runs before it sends the request again.
+    Status EnterQueue(const std::shared_ptr<FileEnv>& env, bool& own);
 
     // Transactions.
     Keeper& TxnKeeper();
@@ -144,6 +148,10 @@ class Engine {
     std::map<std::pair<dev_t, ino_t>, std::weak_ptr<FileEnv>> envs_;
     uint32_t token_ = 0;  // marks this process's position blocks
     Client* lastClient_ = nullptr;
+    // The writer queue of the call under way: the file whose queue it wants,
+    // and the one it holds through a wait (see EnterQueue).
+    std::shared_ptr<FileEnv> queueWanted_;
+    const FileEnv* queueHeld_ = nullptr;
     bool forked_ = false;
     friend void ForkChild();
     friend void ForkPrepare();
@@ -172,7 +180,12 @@ template <class F>
 Status Engine::RunSingleWrite(Handle& h, F&& change) {
     FileEnv& env = *h.env;
     if (env.txnOwner && env.txnOwner != h.client) return kBlockedByWriter;
-    if (!env.TryWriterSlot()) return kBlockedByWriter;
+    bool ownQueue = false;
+    if (Status st = EnterQueue(h.env, ownQueue)) return st;
+    if (!env.TryWriterSlot()) {
+        if (ownQueue) env.ReleaseQueue();
+        return env.TxnInOtherProcess() ? kBlockedByWriter : kWriterBusy;
+    }
     Status st;
     for (int attempt = 0;; ++attempt) {
         MDB_txn* txn = nullptr;
@@ -192,6 +205,7 @@ Status Engine::RunSingleWrite(Handle& h, F&& change) {
         }
     }
     env.ReleaseWriterSlot();
+    if (ownQueue) env.ReleaseQueue();
     return st;
 }
 

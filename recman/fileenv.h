@@ -85,6 +85,14 @@ class FileEnv {
     // Reads the counters as a transaction sees them.
     Status LoadState(MDB_txn* txn, FileState& state);
 
+    // Writers queue for the writer slot: a change outside a transaction holds
+    // the queue for its whole commit, a transaction only while it takes the
+    // slot. Whoever holds the queue and still finds the slot taken has met a
+    // transaction.
+    bool TryQueue() { return writerLock_.TryLock(kQueueLockByte, true); }
+    void ReleaseQueue() { writerLock_.Unlock(kQueueLockByte); }
+    int lockFd() const { return writerLock_.fd(); }
+
     // The process-wide writer slot of this file, shared with other processes.
     bool TryWriterSlot() { return writerLock_.TryLock(kWriterLockByte, true); }
     void ReleaseWriterSlot() { writerLock_.Unlock(kWriterLockByte); }

@@ -20,14 +20,21 @@ Status Engine::JoinFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*
     if ((out = FindTxnFile(c, env.get()))) return RM_OK;
     if (env->readOnlyStorage()) return RM_ACCESS_DENIED;
     if (env->txnOwner) return kBlockedByWriter;  // another client of this process
-    if (!env->TryWriterSlot()) return kBlockedByWriter;
-    if (!env->TryTxnMark()) {
+    bool ownQueue = false;
+    if (Status st = EnterQueue(env, ownQueue)) return st;
+    Status st = RM_OK;
+    if (!env->TryWriterSlot()) {
+        st = env->TxnInOtherProcess() ? kBlockedByWriter : kWriterBusy;
+    } else if (!env->TryTxnMark()) {
         env->ReleaseWriterSlot();
-        return kBlockedByWriter;
+        st = kWriterBusy;
     }
+    // Once the slot is held the queue moves on: the transaction keeps the
+    // slot, and those behind it learn so.
+    if (ownQueue) env->ReleaseQueue();
+    if (st) return st;
     TxnFile f;
     f.env = env;
-    Status st;
     TxnKeeper().Run([&] { st = env->BeginWrite(f.txn, f.state); });
     if (st) {
         env->ReleaseTxnMark();

@@ -4,6 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <system_error>
+#include <thread>
 
 namespace recman {
 
@@ -67,6 +72,70 @@ bool LockFile::HeldByOther(off_t at, bool exclusive) {
     struct flock fl = Range(at, exclusive ? F_WRLCK : F_RDLCK);
     if (::fcntl(fd_, F_OFD_GETLK, &fl) != 0) return false;
     return fl.l_type != F_UNLCK;
+}
+
+// State shared by a waiter and its helper thread; whichever of the two is
+// last to be done with it closes the description (unlocking first, since a
+// forked child may share the description and keep its lock alive).
+struct LockWaiter::Shared {
+    std::mutex mu;
+    std::condition_variable cv;
+    int fd = -1;
+    off_t at = 0;
+    bool done = false;  // the helper's call has returned
+    bool granted = false;
+    bool abandoned = false;  // the waiter is gone
+
+    void Close() {
+        if (granted) {
+            struct flock fl = Range(at, F_UNLCK);
+            while (::fcntl(fd, F_OFD_SETLK, &fl) != 0 && errno == EINTR) {
+            }
+        }
+        ::close(fd);
+        fd = -1;
+    }
+};
+
+LockWaiter::LockWaiter(int fd, const std::string& path, off_t at) : s_(std::make_shared<Shared>()) {
+    // Through /proc the same file is reached even if its name has moved on.
+    char self[64];
+    std::snprintf(self, sizeof(self), "/proc/self/fd/%d", fd);
+    int own = fd >= 0 ? ::open(self, O_RDWR | O_CLOEXEC) : -1;
+    if (own < 0) own = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    s_->at = at;
+    s_->fd = own;
+    if (own < 0) {
+        s_->done = true;
+        return;
+    }
+    try {
+        std::thread([s = s_] {
+            struct flock fl = Range(s->at, F_WRLCK);
+            int rc;
+            while ((rc = ::fcntl(s->fd, F_OFD_SETLKW, &fl)) != 0 && errno == EINTR) {
+            }
+            std::lock_guard<std::mutex> lk(s->mu);
+            s->done = true;
+            s->granted = rc == 0;
+            if (s->abandoned) s->Close();
+            s->cv.notify_all();
+        }).detach();
+    } catch (const std::system_error&) {
+        s_->done = true;  // no thread: the caller polls instead
+    }
+}
+
+LockWaiter::~LockWaiter() {
+    std::lock_guard<std::mutex> lk(s_->mu);
+    s_->abandoned = true;
+    if (s_->done && s_->fd >= 0) s_->Close();
+}
+
+bool LockWaiter::WaitUntil(std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock<std::mutex> lk(s_->mu);
+    s_->cv.wait_until(lk, deadline, [this] { return s_->done; });
+    return s_->granted;
 }
 
 }  // namespace recman

@@ -5,7 +5,9 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace recman {
@@ -14,6 +16,7 @@ namespace recman {
 inline constexpr off_t kOpenLockByte = off_t(1) << 60;        // shared per handle; exclusive open
 inline constexpr off_t kWriterLockByte = kOpenLockByte + 1;   // one writing process a file
 inline constexpr off_t kTxnLockByte = kOpenLockByte + 2;      // a transaction holds the writer slot
+inline constexpr off_t kQueueLockByte = kOpenLockByte + 3;    // writers queue here for the slot
 inline constexpr off_t kRecordLockBase = kOpenLockByte + 16;  // + record address
 
 class LockFile {
@@ -42,6 +45,28 @@ class LockFile {
   private:
     int fd_ = -1;
     bool writable_ = false;
+};
+
+// Waits in the kernel for an exclusive lock on one byte, through an open file
+// description of its own, so that waiters are served as soon as the holder
+// lets go. A helper thread makes the blocking call, so that the wait can be
+// given up at a deadline; the lock, once granted, is held until the waiter is
+// destroyed.
+class LockWaiter {
+  public:
+    // `fd` is any descriptor of the file: the waiter opens its own.
+    LockWaiter(int fd, const std::string& path, off_t at);
+    ~LockWaiter();
+    LockWaiter(const LockWaiter&) = delete;
+    LockWaiter& operator=(const LockWaiter&) = delete;
+
+    // True once the lock is granted; false when the deadline comes first or
+    // the wait could not be set up.
+    bool WaitUntil(std::chrono::steady_clock::time_point deadline);
+
+  private:
+    struct Shared;
+    std::shared_ptr<Shared> s_;
 };
 
 }  // namespace recman

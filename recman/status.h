@@ -8,7 +8,9 @@ namespace recman {
 
 inline constexpr Status kMapFull = -1;          // grow the map and run the write again
 inline constexpr Status kBlockedByLock = -2;    // another handle holds the record
-inline constexpr Status kBlockedByWriter = -3;  // another client holds the file's writer slot
+inline constexpr Status kBlockedByWriter = -3;  // another client's transaction holds the file
 inline constexpr Status kReadAgain = -4;        // a lock came after a newer commit: read afresh
+inline constexpr Status kWaitForQueue = -5;     // wait in the file's writer queue, then run again
+inline constexpr Status kWriterBusy = -6;       // the slot is changing hands: run again shortly
 
 }  // namespace recman

@@ -74,6 +74,7 @@ void TestHost::SetItemInt(HWND, int item, int value) {
     if (item != 1003) return;
     attempts.push_back(value);
     if (cancelOnAttempt && value >= cancelOnAttempt) cancelNow_ = true;
+    if (onAttempt) onAttempt(value);
 }
 
 void TestHost::DestroyWindow(HWND w) {

@@ -4,6 +4,7 @@
 
 #include <dbfile/dbfile.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -42,7 +43,8 @@ class TestHost : public HeadlessUiHost {
     void DestroyWindow(HWND w) override;
     bool PumpMessage() override;
 
-    int cancelOnAttempt = 0;  // 0: never
+    int cancelOnAttempt = 0;             // 0: never
+    std::function<void(int)> onAttempt;  // called with each count shown
     bool failCreate = false;
     bool mainEnabled = true;
     std::vector<int> attempts;  // counts shown in control 1003, in order

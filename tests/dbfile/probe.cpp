@@ -7,7 +7,8 @@
 //   probe version          prints the version report and its answer
 //   probe wait <file> <id> reads record <id> of a file keyed on its first 4
 //                          bytes with lock, under the lock-wait retry; prints
-//                          the status and the attempts the dialog showed
+//                          each attempt as the dialog shows it ("+N"), then
+//                          the status and the attempts
 #include <dbfile/dbfile.h>
 #include <dbfile/recman.h>
 
@@ -21,7 +22,10 @@ namespace {
 class CountingHost : public HeadlessUiHost {
   public:
     void SetItemInt(HWND, int item, int value) override {
-        if (item == 1003) attempts += " " + std::to_string(value);
+        if (item != 1003) return;
+        attempts += " " + std::to_string(value);
+        std::printf("+%d\n", value);
+        std::fflush(stdout);
     }
     std::string attempts;
 };
