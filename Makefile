@@ -2,9 +2,13 @@
 BUILD    ?= build
 JOBS     ?= $(shell nproc 2>/dev/null || echo 2)
 PACKAGES := cmake g++ make pkg-config liblmdb-dev libgtest-dev libgmock-dev \
-            libbenchmark-dev libsqlite3-dev libxml2-dev
+            libbenchmark-dev libsqlite3-dev libxml2-dev clang libclang-rt-14-dev
+# Seconds each fuzzing target runs beyond its seeds: in make fuzz, and in
+# make test's short pass.
+FUZZ_SECONDS ?= 300
+FUZZ_CHECK_SECONDS ?= 5
 
-.PHONY: all deps release demo test stress bench install clean
+.PHONY: all deps release demo test fuzz-build fuzz stress bench install clean
 
 all: release
 
@@ -29,10 +33,25 @@ demo: release
 	$(BUILD)/release/examples/company_walkthrough $(BUILD)/demo
 
 # The test build runs with AddressSanitizer and UndefinedBehaviorSanitizer.
+# Then every fuzzing target runs over its seeds and a few seconds more.
 test: deps
-	cmake -S . -B $(BUILD)/test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDBFILE_SANITIZE=ON
+	cmake -S . -B $(BUILD)/test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDBFILE_SANITIZE=ON \
+	      -DDBFILE_WERROR=ON
 	cmake --build $(BUILD)/test -j $(JOBS)
 	cd $(BUILD)/test && ctest --output-on-failure -j $(JOBS)
+	$(MAKE) --no-print-directory fuzz-build
+	scripts/fuzz.sh $(BUILD)/fuzz $(FUZZ_CHECK_SECONDS)
+
+# libFuzzer targets, built with clang, AddressSanitizer and UBSan.
+fuzz-build: deps
+	cmake -S . -B $(BUILD)/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
+	      -DCMAKE_CXX_COMPILER=clang++ -DDBFILE_FUZZ=ON -DDBFILE_WERROR=ON -DDBFILE_TESTS=OFF \
+	      -DDBFILE_BENCH=OFF -DDBFILE_EXAMPLES=OFF
+	cmake --build $(BUILD)/fuzz -j $(JOBS)
+
+# Every target as long as asked: make fuzz FUZZ_SECONDS=3600 [FUZZ_TARGETS=...]
+fuzz: fuzz-build
+	scripts/fuzz.sh $(BUILD)/fuzz $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
 # make test, again and again on a clean clone with both cores kept busy, then
 # each concurrency test many times alone (STRESS_RUNS, STRESS_REPEAT).
