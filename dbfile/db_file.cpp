@@ -232,8 +232,10 @@ int CDbFile::CloseTemp() {
     CString fullName = m_strFileName;
     CString dictName = m_FileDat.FileName;
     int status = Close(nullptr);
-    // A file opened under its dictionary name is only closed; a temporary one goes.
-    if (dictName.IsEmpty() || fullName.Find(dictName) < 0) {
+    // A file opened under its dictionary name is only closed; a temporary one
+    // goes. Every name contains the empty one, so a file without a dictionary
+    // entry is only closed.
+    if (fullName.Find(dictName) < 0) {
         uint8_t key[255] = {};
         std::strncpy(reinterpret_cast<char*>(key), fullName, sizeof(key) - 1);
         status = TheDbFileApp().BtrvCall(RM_CREATE, nullptr, nullptr, nullptr, key,

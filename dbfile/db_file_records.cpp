@@ -206,10 +206,25 @@ int CDbFile::Update(HWND) {
     if (!m_bBrowser) OnWriteRecord();
     int status = Call(RM_UPDATE, m_pRcdBuf, &m_nDataLen, -1);
     if (status == RM_DATA_BUFFER_TOO_SHORT && IsVarLength()) {
-        // The record no longer fits where it was: delete it and insert it anew.
+        // The record no longer fits where it was: delete it and insert it
+        // anew. Unless the caller's transaction already holds the pair (its
+        // own abort then undoes it), the two run in a transaction of their
+        // own, so that an insert that fails leaves the old record in place.
         m_nLastError = 0;
+        CDbFileApp& app = TheDbFileApp();
+        bool own = app.BtrvCall(RM_BEGIN_TRANSACTION + RM_CONCURRENT, nullptr, nullptr, nullptr,
+                                nullptr, 0, uint16_t(m_nClientId), nullptr) == 0;
         status = Delete(nullptr);
-        if (status == 0) status = Insert(nullptr);  // the two leave the count as it was
+        bool deleted = status == 0;
+        if (deleted) status = Insert(nullptr);  // the two leave the count as it was
+        if (own) {
+            uint16_t end = status == 0 ? RM_END_TRANSACTION : RM_ABORT_TRANSACTION;
+            int ended = app.BtrvCall(end, nullptr, nullptr, nullptr, nullptr, 0,
+                                     uint16_t(m_nClientId), nullptr);
+            if (status == 0 && ended != 0) status = TranslateError(ended);
+            // Undone: the record and its count are back.
+            if (status != 0 && deleted && m_pStat) m_pStat->m_Spec.RecCount++;
+        }
         return status;
     }
     if (status == 0 && !IsExclusive()) {

@@ -102,7 +102,9 @@ void CDbFile::SetFileName(const char* name, const char* path) {
 }
 
 void CDbFile::SetPath(const char* path, const char* name) {
+    // Both separators are taken on input; the engine is handed '/' only.
     CString fileName = name ? name : "";
+    fileName.Replace('\\', '/');
     Path dirText;
     if (path && *path) {
         dirText = path;
@@ -185,6 +187,7 @@ int CDbFile::GetDataTempPath(char* buffer, int size) {
     p << "Temp";
     QualifySysDataPath(p);
     p.CreatePath();
+    if (!buffer || size <= 0) return 0;  // no room even for the terminator
     int n = std::min(p.Length(), size - 1);
     std::memcpy(buffer, p.c_str(), size_t(n));
     buffer[n] = '\0';

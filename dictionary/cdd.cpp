@@ -17,20 +17,23 @@ const char kRelList[] = "RelList";        // 8 bytes with its terminator
 const char kOneRcdFile[] = "OneRcdFile";  // 11
 const char kOutdated[] = "Outdated";      // 9
 
-// True when `size` bytes at `p` hold a well-formed flattened field: its size
-// word matches and its four texts end within it.
-bool WellFormedField(const char* p, size_t avail) {
+// True when the `avail` bytes at `p` begin with a readable flattened field:
+// its size word fits them and its four texts end within that size. Another
+// program may have padded the field or written texts longer than the
+// members keep; the size word, not the texts, says where the next begins.
+bool ReadableField(const char* p, size_t avail) {
     if (avail < 27) return false;
     uint16_t size;
     std::memcpy(&size, p, 2);
     if (size < 27 || size > avail) return false;
     size_t at = 23;
     for (int t = 0; t < 4; ++t) {
+        if (at >= size) return false;
         const void* nul = std::memchr(p + at, 0, size - at);
         if (!nul) return false;
         at = size_t(static_cast<const char*>(nul) - p) + 1;
     }
-    return at == size;
+    return true;
 }
 
 // The dictionary file's create buffer: a 175-byte file record, key 0 the
@@ -126,13 +129,19 @@ void CCdd::OnReadRecord() {
 
     const char* rec = m_pRcdBuf;
     size_t len = m_nDataLen;
-    if (len < kFileDat) return;  // nothing to read; the description stays clear
+    *oneRcdFile = *outdated = 0;  // unless their markers are found
+    if (len < kFileDat) {
+        // A record cut short: what there is of the file record, nothing more.
+        std::memset(file, 0, kFileDat);
+        if (len) std::memcpy(file, rec, len);
+        return;
+    }
     std::memcpy(file, rec, kFileDat);
     size_t at = kFileDat;
-    for (int i = 0; i < file->FldCount && WellFormedField(rec + at, len - at); ++i) {
-        auto* e = new CddFldElem(rec + at);
+    for (int i = 0; i < file->FldCount && ReadableField(rec + at, len - at); ++i) {
+        auto* e = new CddFldElem;
+        at += size_t(e->Reconstitute(rec + at));
         fields->AddFld(e);
-        at += e->SizeWhenFlat();
     }
     int keysLeft = file->FileSpec.NdxCount;
     while (at + kKeyDat <= len && keysLeft > 0) {
@@ -159,7 +168,6 @@ void CCdd::OnReadRecord() {
             rels->Add(new CddRelElem(a, b));
         }
     }
-    *oneRcdFile = 0;
     if (len - at >= sizeof(kOneRcdFile) &&
         std::memcmp(rec + at, kOneRcdFile, sizeof(kOneRcdFile)) == 0) {
         *oneRcdFile = 1;

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "platform/dynamic_library.h"
+#include "platform/ui_host.h"
 #include "support/win_string.h"
 
 namespace {
@@ -14,6 +15,7 @@ constexpr unsigned kStatusMessage = 12;
 constexpr unsigned kCaption = 13;
 constexpr unsigned kStatusTexts = 10000;
 constexpr unsigned kUndocumented = 999;
+constexpr unsigned kMbIconExclamation = 0x30;
 
 }  // namespace
 
@@ -23,6 +25,10 @@ std::string CommonLibraryName() {
 }
 
 int ShowMessage(unsigned id, int kind, const std::vector<std::string>& args) {
+    // The window with the keyboard focus owns the message box that stands in
+    // when the common library fails.
+    UiHost& ui = GetUiHost();
+    HWND focus = ui.GetFocus();
     IntlString text{WinString(id)};
     text.Fill(args);
     WinString caption(kCaption);
@@ -30,7 +36,11 @@ int ShowMessage(unsigned id, int kind, const std::vector<std::string>& args) {
     if (!lib.IsLoaded()) return 0;
     auto fn = reinterpret_cast<MessageFn>(lib.Symbol("VEXA_MessageString"));
     if (!fn) return 0;
-    return fn("SM", "DbFile", caption, text, 0, kind);
+    try {
+        return fn("SM", "DbFile", caption, text, 0, kind);
+    } catch (...) {
+        return ui.MessageBox(focus, text, caption, kMbIconExclamation);
+    }
 }
 
 void ShowStatusMessage(int status, const char* fileName) {

@@ -12,6 +12,16 @@ class CString : public ZString {
     CString() = default;
     CString(const ZString& z) : ZString(z) {}  // NOLINT: the two string kinds mix freely
     int GetLength() const { return Length(); }
+    // Replaces every `from` with `to`; answers how many there were.
+    int Replace(char from, char to) {
+        int n = 0;
+        for (int i = 0; i < Length(); ++i)
+            if (GetAt(i) == from) {
+                SetAt(i, to);
+                ++n;
+            }
+        return n;
+    }
     CString& operator=(const char* s) {
         ZString::operator=(s);
         return *this;

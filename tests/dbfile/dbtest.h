@@ -42,6 +42,19 @@ class TestHost : public HeadlessUiHost {
     void SetItemInt(HWND dialog, int item, int value) override;
     void DestroyWindow(HWND w) override;
     bool PumpMessage() override;
+    HWND GetFocus() override { return focus; }
+    int MessageBox(HWND owner, const char* text, const char* caption, unsigned style) override {
+        boxes.push_back({owner, text ? text : "", caption ? caption : "", style});
+        return 7;
+    }
+
+    struct Box {
+        HWND owner;
+        std::string text, caption;
+        unsigned style;
+    };
+    HWND focus = reinterpret_cast<HWND>(uintptr_t(0x5151));
+    std::vector<Box> boxes;  // message boxes shown, in order
 
     int cancelOnAttempt = 0;             // 0: never
     std::function<void(int)> onAttempt;  // called with each count shown

@@ -270,3 +270,78 @@ TEST(KeyConversion, TypesAndFlagsForTheEngine) {
 }
 
 }  // namespace
+
+namespace {
+
+// A dictionary record as another program may write it: the first field
+// padded beyond its texts and with a name longer than the member keeps, the
+// second plain, then one key segment and the markers. Cut at `len` bytes.
+std::vector<char> ForeignRecord() {
+    std::vector<char> r(sizeof(CddFileDat), 0);
+    CddFileDat file{};
+    file.FldCount = 2;
+    file.FileSpec.NdxCount = 1;
+    std::memcpy(r.data(), &file, sizeof(file));
+    auto field = [&](uint16_t id, uint16_t length, const std::string& name, size_t padding) {
+        std::vector<char> f(23, 0);
+        std::memcpy(&f[2], &id, 2);
+        std::memcpy(&f[6], &length, 2);
+        for (const std::string& t :
+             {name, std::string("desc"), std::string("Prompt:"), std::string()}) {
+            f.insert(f.end(), t.begin(), t.end());
+            f.push_back(0);
+        }
+        f.insert(f.end(), padding, '\x7f');
+        uint16_t size = uint16_t(f.size());
+        std::memcpy(&f[0], &size, 2);
+        r.insert(r.end(), f.begin(), f.end());
+    };
+    field(0, 4, "AVeryLongFieldNameIndeed", 5);
+    field(1, 30, "Name", 0);
+    CddKeyDat key{};
+    key.FldId = 1;
+    key.KeySpec.Position = 5;
+    key.KeySpec.Length = 30;
+    const char* k = reinterpret_cast<const char*>(&key);
+    r.insert(r.end(), k, k + sizeof(key));
+    for (const char* marker : {"OneRcdFile", "Outdated"})
+        r.insert(r.end(), marker, marker + std::strlen(marker) + 1);
+    return r;
+}
+
+void Read(CCdd& cdd, const std::vector<char>& rec, size_t len) {
+    cdd.SetDataLen(uint16_t(len));
+    std::memcpy(cdd.RcdBuf(), rec.data(), len);
+    cdd.OnReadRecord();
+}
+
+TEST(DictionaryRecord, StepsByEachFieldsSizeWord) {
+    CCdd cdd(nullptr, "read.ddf");
+    std::vector<char> rec = ForeignRecord();
+    Read(cdd, rec, rec.size());
+    ASSERT_EQ(cdd.m_FldList.Count(), 2);
+    cdd.m_FldList.First();
+    EXPECT_STREQ(cdd.m_FldList.GetFldName(), "AVeryLongFieldNameIn");  // cut to 20
+    cdd.m_FldList.Next();
+    EXPECT_STREQ(cdd.m_FldList.GetFldName(), "Name");
+    EXPECT_EQ(cdd.m_FldList.GetFldLen(), 30);
+    EXPECT_STREQ(cdd.m_FldList.GetFldPrompt(), "Prompt:");
+    ASSERT_EQ(cdd.m_KeyList.Count(), 1);
+    cdd.m_KeyList.First();
+    EXPECT_EQ(cdd.m_KeyList.GetFldId(), 1);
+    EXPECT_EQ(cdd.m_bOneRcdFile, 1);
+    EXPECT_EQ(cdd.m_bOutdated, 1);
+
+    // Cut anywhere, the record reads what it holds and the markers it lacks
+    // are cleared, also when not even the file record is whole.
+    for (size_t len :
+         {rec.size() - 1, rec.size() - 9, size_t(200), sizeof(CddFileDat) - 1, size_t(0)}) {
+        cdd.m_bOneRcdFile = cdd.m_bOutdated = 1;
+        Read(cdd, rec, len);
+        EXPECT_EQ(cdd.m_bOutdated, 0) << len;
+        EXPECT_EQ(cdd.m_bOneRcdFile, len >= rec.size() - 9 ? 1 : 0) << len;
+        EXPECT_LE(cdd.m_FldList.Count(), 2);
+    }
+}
+
+}  // namespace

@@ -63,6 +63,10 @@ TEST_F(PathsTest, WhereANameLeads) {
     // a missing last level is made.
     CDbFile both("one/b.dat", dir.path().c_str(), 1);
     EXPECT_EQ(std::string(both.FileName()), dir.File("one/b.dat"));
+    CDbFile back("one\\sub\\b.dat", dir.path().c_str(), 1);  // '\' separates too
+    EXPECT_EQ(std::string(back.FileName()), dir.File("one/sub/b.dat"));
+    CDbFile own("one\\c.dat", nullptr, 1);
+    EXPECT_EQ(std::string(own.FileName()), dir.File("one/c.dat"));
     // A relative path is taken from the system directory and made.
     CDbFile rel("c.dat", "made", 1);
     EXPECT_EQ(std::string(rel.FileName()), dir.File("made/c.dat"));
@@ -97,6 +101,14 @@ TEST_F(PathsTest, TemporaryDirectoryUnderTheDataPath) {
     EXPECT_EQ(n, 7);
     EXPECT_EQ(std::string(buf), dir.File("co").substr(0, 7));
     EXPECT_TRUE(IsDirectory(dir.File("co/data/Temp")));
+    // No room, not even for the terminator: nothing is written.
+    buf[0] = 'x';
+    EXPECT_EQ(CDbFile::GetDataTempPath(buf, 0), 0);
+    EXPECT_EQ(CDbFile::GetDataTempPath(buf, -5), 0);
+    EXPECT_EQ(CDbFile::GetDataTempPath(nullptr, 10), 0);
+    EXPECT_EQ(buf[0], 'x');
+    EXPECT_EQ(CDbFile::GetDataTempPath(buf, 1), 0);
+    EXPECT_EQ(buf[0], '\0');
 }
 
 }  // namespace

@@ -190,6 +190,22 @@ TEST_F(RecordFileTest, StatusesAreKeptAndShown) {
     EXPECT_EQ(file.Add(10, "Again"), 5);
     setenv("DBFILE_COMMON_LIB", DBFILE_TEST_COMMON_LIB, 1);
     EXPECT_TRUE(log.Take().empty());
+    // A message function that fails: the text goes to a message box with the
+    // exclamation icon, owned by the window that had the focus.
+    {
+        dbtest::TestHost host;
+        setenv("DBFILE_TEST_MESSAGE_THROW", "1", 1);
+        EXPECT_EQ(file.Add(10, "Again"), 5);
+        EXPECT_EQ(ShowMessage(15, kMsgError, "cust"), 7);  // the box's answer
+        unsetenv("DBFILE_TEST_MESSAGE_THROW");
+        ASSERT_EQ(host.boxes.size(), 2u);
+        EXPECT_EQ(host.boxes[0].owner, host.focus);
+        EXPECT_EQ(host.boxes[0].caption, "File System Notification");
+        EXPECT_EQ(host.boxes[0].style, 0x30u);
+        EXPECT_NE(host.boxes[0].text.find("Code:\t5"), std::string::npos);
+        EXPECT_EQ(host.boxes[1].text,
+                  "No entry exists in the Data Dictionary file for cust. Cannot continue.");
+    }
     // Account, job and phone layouts come from the common library too.
     CString out = "old";
     EXPECT_STREQ(CDbFile::FormatAccount(out, "123456"), "12-3456");
@@ -345,6 +361,23 @@ TEST_F(RecordFileTest, VariableLengthGrowthAndFixedLength22) {
     EXPECT_GE(v.GetRcdBufLen(), 20000);
     EXPECT_LT(v.GetRcdBufLen(), 20000 + 4096);
 
+    // An update the engine refuses with 22 becomes a delete and an insert;
+    // when the insert fails too (the record is shorter than the fixed part),
+    // the old record is still there.
+    struct Shrunk : Customer {
+        using Customer::Customer;
+        void OnWriteRecord() override { SetDataLen(10); }
+    } s(var);
+    ASSERT_EQ(s.Open(nullptr, dbOpenNormal), 0);
+    ASSERT_EQ(s.GetFirst(nullptr), 0);
+    unsigned long count = s.GetRcdCount();
+    EXPECT_EQ(s.Update(nullptr), 22);
+    EXPECT_EQ(s.GetRcdCount(), count);
+    ASSERT_EQ(v.GetFirst(nullptr), 0);
+    EXPECT_EQ(v.GetBytesRead(), 20000);
+    EXPECT_EQ(v.name, "Big");
+    log.Take();
+
     // A fixed-length file whose record no longer fits: 22, not growth.
     file.SetRcdBufLen(16);
     EXPECT_EQ(file.GetFirst(nullptr), 22);
@@ -403,11 +436,15 @@ TEST_F(RecordFileTest, TemporaryFilesGoWithCloseTemp) {
     EXPECT_EQ(access(made.c_str(), F_OK), 0);
     ASSERT_EQ(temp.CloseTemp(), 0);
     EXPECT_NE(access(made.c_str(), F_OK), 0);
-    // Under its own name it is only closed.
-    std::strcpy(file.m_FileDat.FileName, "cust.dat");
-    ASSERT_EQ(file.CloseTemp(), 0);
-    EXPECT_FALSE(file.IsOpen());
-    EXPECT_EQ(access(path.c_str(), F_OK), 0);
+    // Under its own name it is only closed, and so is a file that has no
+    // dictionary name at all.
+    for (const char* dictName : {"cust.dat", ""}) {
+        ASSERT_EQ(file.Open(nullptr, dbOpenNormal), 0);
+        std::strcpy(file.m_FileDat.FileName, dictName);
+        ASSERT_EQ(file.CloseTemp(), 0);
+        EXPECT_FALSE(file.IsOpen());
+        EXPECT_EQ(access(path.c_str(), F_OK), 0) << "removed with name '" << dictName << "'";
+    }
     dbtest::ResetLibrary();
 }
 

@@ -1,11 +1,12 @@
 // A stand-in for the application's common library: it records every message
 // it is handed, one line each, in the file named by DBFILE_TEST_MESSAGE_LOG,
-// and answers the message kind. It also lays out account, job and phone
-// numbers in a recognisable way.
+// and answers the message kind (or throws, with DBFILE_TEST_MESSAGE_THROW). It also lays out
+// account, job and phone numbers in a recognisable way.
 #include <dbfile/dbfile.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -30,6 +31,8 @@ extern "C" __attribute__((visibility("default"))) int VEXA_MessageString(const c
                                                                          const char* caption,
                                                                          const char* text, int zero,
                                                                          int kind) {
+    // A test can make the library fail the way a broken one would.
+    if (std::getenv("DBFILE_TEST_MESSAGE_THROW")) throw std::runtime_error("message failed");
     const char* log = std::getenv("DBFILE_TEST_MESSAGE_LOG");
     if (!log) return kind;
     if (FILE* f = std::fopen(log, "a")) {
