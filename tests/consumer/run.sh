@@ -15,3 +15,8 @@ cmake --build "$work/build" -j 2 >/dev/null
 "$work/build/recman_consumer"
 LD_LIBRARY_PATH="$work/prefix/lib" "$work/build/recman_consumer_shared"
 "$work/build/dbfile_consumer"
+# The same program built with plain make flags from pkg-config.
+PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig" pkg-config --cflags --libs dbfile >"$work/pc"
+# shellcheck disable=SC2046
+c++ -std=c++20 $flags "$src/dbfile_consumer.cpp" -o "$work/dbfile_consumer_pc" $(cat "$work/pc")
+"$work/dbfile_consumer_pc"
