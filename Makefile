@@ -8,7 +8,7 @@ PACKAGES := cmake g++ make pkg-config liblmdb-dev libgtest-dev libgmock-dev \
 FUZZ_SECONDS ?= 300
 FUZZ_CHECK_SECONDS ?= 5
 
-.PHONY: all deps release demo test fuzz-build fuzz stress bench install clean
+.PHONY: all deps release demo test fuzz-build fuzz stress build-matrix bench install clean
 
 all: release
 
@@ -57,6 +57,10 @@ fuzz: fuzz-build
 # each concurrency test many times alone (STRESS_RUNS, STRESS_REPEAT).
 stress: deps
 	scripts/stress.sh
+
+# Every build type with GCC and clang, with and without tests.
+build-matrix: deps
+	scripts/build-matrix.sh
 
 bench: release
 	$(BUILD)/release/bench/recman_bench --benchmark_counters_tabular=true

@@ -48,16 +48,17 @@ Bytes Packed(const char* digits, uint8_t sign, int n) {
     return b;
 }
 
-Bytes Text(const std::string& s, size_t n, uint8_t fill = 0) {
+// `s` laid into `n` bytes of `fill`, from byte `at` on.
+Bytes Text(const std::string& s, size_t n, uint8_t fill = 0, size_t at = 0) {
     Bytes b(n, fill);
-    std::copy(s.begin(), s.end(), b.begin());
+    for (size_t i = 0; i < s.size() && at + i < n; ++i)
+        b[at + i] = uint8_t(s[i]);
     return b;
 }
 
 Bytes LString(const std::string& s, size_t n, uint8_t garbage = 0) {
-    Bytes b(n, garbage);
+    Bytes b = Text(s, n, garbage, 1);
     b[0] = uint8_t(s.size());
-    std::copy(s.begin(), s.end(), b.begin() + 1);
     return b;
 }
 
