@@ -7,6 +7,7 @@ set -eu
 src=$(cd "$(dirname "$0")/.." && pwd)
 out=${BUILD_MATRIX_DIR:-$src/build/matrix}
 jobs=$(nproc 2>/dev/null || echo 2)
+mkdir -p "$out"
 for compiler in gcc clang; do
     if [ "$compiler" = gcc ]; then cc=gcc cxx=g++; else cc=clang cxx=clang++; fi
     for type in Debug Release RelWithDebInfo MinSizeRel; do
