@@ -8,6 +8,7 @@
 #include "dbfile/extended.h"
 #include "dictionary/cdd.h"
 #include "dictionary/create_spec.h"
+#include "dictionary/ddf_files.h"
 #include "dictionary/fld_list.h"
 #include "dictionary/key_list.h"
 #include "dictionary/records.h"

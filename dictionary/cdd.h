@@ -62,11 +62,22 @@ class CCdd : public CDbFile {
     short GetFldIdOfPrompt(const char* prompt) { return GetFieldIdOfPrompt(prompt); }
     short GetFldIdOfName(const char* name) { return GetFieldIdOfName(name); }
 
+    // Entries for the SQL catalogue's own files FILE.DDF, FIELD.DDF and
+    // INDEX.DDF, so that record files can be built on them (CFileDdf,
+    // CFieldDdf, CIndexDdf). Each replaces the description with its entry and
+    // inserts it; answers the insert status.
+    int CreateFileDdfRec(HWND hwnd);
+    int CreateFieldDdfRec(HWND hwnd);
+    int CreateIndexDdfRec(HWND hwnd);
+
   protected:
     int CreateCddFile(HWND hwnd);
     int CalcRcdSize();
 
   private:
+    void BeginDdfEntry(const char* fileName, const char* symName, const char* desc);
+    int InsertDdfEntry(HWND hwnd);
+
     bool m_bOverride = false;
     CddFileDat* m_pOvFile = nullptr;
     CddFldList* m_pOvFields = nullptr;
