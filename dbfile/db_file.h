@@ -19,6 +19,9 @@
 
 class CCdd;
 class CExtended;
+class CFileDdf;
+class CFieldDdf;
+class CIndexDdf;
 
 class CDbFile {
   public:
@@ -142,6 +145,13 @@ class CDbFile {
     short GetFieldIdOfName(const char* name);
     short GetFieldIdOfPrompt(const char* prompt);
     short GetFieldIdOfKey(short keyNo);
+
+    // Appends this file's table, its columns and its key segments to the SQL
+    // catalogue that the three open writers hold, numbering them after what
+    // is there. With `system` the file is one of the catalogue's own system
+    // tables, whose index flags and long-text sizes are fixed.
+    void WriteToDdf(CFileDdf& fileDdf, CFieldDdf& fieldDdf, CIndexDdf& indexDdf,
+                    bool system = false);
 
     // Data paths, file location and alternates.
     void SetFileName(const char* name, const char* path);
