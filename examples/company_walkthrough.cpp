@@ -1,7 +1,8 @@
 // A small company's books on dbfile: the data dictionary describes a customer
 // file and an invoice file; the files are created from their descriptions,
-// filled, searched, walked and measured, and invoices are grouped in
-// transactions, one kept and one thrown away.
+// filled, searched, walked and measured, invoices are grouped in
+// transactions, one kept and one thrown away, and the dictionary is written
+// out as the SQL catalogue that report writers read.
 //
 //   company_walkthrough [folder]     (a fresh folder; made when missing)
 #include <dbfile/dbfile.h>
@@ -10,6 +11,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <string>
 
 namespace {
@@ -113,8 +115,11 @@ class Invoice : public FieldMapped {
     }
 };
 
-// Writes one dictionary entry from the dictionary object's description.
+// Writes one dictionary entry from the dictionary object's description; its
+// catalogue columns take the fields' names.
 int WriteEntry(CCdd& cdd) {
+    for (int ok = cdd.m_FldList.First(); ok; ok = cdd.m_FldList.Next())
+        cdd.m_FldList.SetFldNameForDDF(cdd.m_FldList.GetFldName());
     int status = cdd.Insert(nullptr);
     if (status)
         std::printf("  could not write the entry for %s (status %d)\n", cdd.m_FileDat.FileName,
@@ -159,6 +164,45 @@ int DescribeCompany() {
     if (int st = WriteEntry(cdd)) return st;
     std::printf("  Invoice.dat: %d fields, %d keys, %u-byte records\n", cdd.GetFldCount(),
                 cdd.m_FileDat.FileSpec.NdxCount, unsigned(cdd.m_FileDat.FileSpec.RecLen));
+
+    // The SQL catalogue's own files, so that record files can be built on them.
+    if (int st = cdd.CreateFileDdfRec(nullptr)) return st;
+    if (int st = cdd.CreateFieldDdfRec(nullptr)) return st;
+    if (int st = cdd.CreateIndexDdfRec(nullptr)) return st;
+    std::printf("  FILE.DDF, FIELD.DDF, INDEX.DDF: the SQL catalogue's files\n");
+    return 0;
+}
+
+std::string Trimmed(const char* text, size_t size) {
+    std::string s(text, size);
+    return s.substr(0, s.find_last_not_of(' ') + 1);
+}
+
+// Writes the catalogue of both files beside the data and lists its tables.
+int WriteCatalogue(Customer& customers, Invoice& invoices) {
+    const char* folder = CDbFile::GetDataPath();
+    CFileDdf tables(folder);
+    CFieldDdf columns(folder);
+    CIndexDdf indexes(folder);
+    for (CDbFile* w : std::initializer_list<CDbFile*>{&tables, &columns, &indexes})
+        if (int st = w->Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate))) return st;
+    customers.WriteToDdf(tables, columns, indexes);
+    invoices.WriteToDdf(tables, columns, indexes);
+    std::map<int, int> columnCount, segmentCount;
+    for (int st = columns.StepFirst(nullptr); st == 0; st = columns.StepNext(nullptr))
+        ++columnCount[columns.FileId];
+    for (int st = indexes.StepFirst(nullptr); st == 0; st = indexes.StepNext(nullptr))
+        ++segmentCount[indexes.FileId];
+    std::printf("  FILE.DDF, FIELD.DDF and INDEX.DDF in %s hold:\n", folder);
+    tables.SetKey(1);  // by table name
+    for (int st = tables.GetFirst(nullptr); st == 0; st = tables.GetNext(nullptr))
+        std::printf("    table %-9s at %-13s %d columns, %d index segments\n",
+                    Trimmed(tables.SymName, sizeof(tables.SymName)).c_str(),
+                    Trimmed(tables.FileName, sizeof(tables.FileName)).c_str(),
+                    columnCount[tables.Id], segmentCount[tables.Id]);
+    CString ref;
+    std::printf("  a report names a customer's name %s\n",
+                customers.GetFieldNameForCrystal(1, ref));
     return 0;
 }
 
@@ -283,6 +327,9 @@ int Run(const std::string& folder) {
                     f->m_FileDat.FileName, s.GetRcdCount(), s.GetRcdLen(), s.GetNdxCount(),
                     s.m_KeyList.Count(), s.GetPageSize());
     }
+
+    std::printf("\nThe SQL catalogue for report writers, beside the data:\n");
+    if (int st = WriteCatalogue(customers, invoices)) return st;
     customers.Close(nullptr);
     invoices.Close(nullptr);
     std::printf("\nDone.\n");
