@@ -2,7 +2,7 @@
 BUILD    ?= build
 JOBS     ?= $(shell nproc 2>/dev/null || echo 2)
 PACKAGES := cmake g++ make pkg-config liblmdb-dev libgtest-dev libgmock-dev \
-            libbenchmark-dev libsqlite3-dev libxml2-dev clang libclang-rt-14-dev
+            libbenchmark-dev libsqlite3-dev libxml2-dev libinih-dev clang libclang-rt-14-dev
 # Seconds each fuzzing target runs beyond its seeds: in make fuzz, and in
 # make test's short pass.
 FUZZ_SECONDS ?= 300

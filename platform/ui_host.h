@@ -41,6 +41,12 @@ class UiHost {
     virtual int MessageBox(HWND owner, const char* text, const char* caption, unsigned style) = 0;
     // Width of a text as the display would draw it.
     virtual int TextExtent(const char* text) = 0;
+    // Width of a text drawn on a device context, in its logical units; a
+    // host without contexts of its own measures as the display does.
+    virtual int TextExtentOn(HDC dc, const char* text) {
+        (void)dc;
+        return TextExtent(text);
+    }
 };
 
 // The host in use: the one installed, else the headless one.
