@@ -77,12 +77,15 @@ void Currency::CopyToBtrieveCurrency(BtrieveCurrency& b) {
     CopyBCD(b.m_Bytes, sizeof(b.m_Bytes), NumDecimalPlaces());
 }
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wclass-conversion"
 Currency::operator BCD() {
     Round(-1);
     if (m_PackedLen == 0) m_PackedLen = 8;
     CopyBCD(m_Packed, m_PackedLen, NumDecimalPlaces());
     return BCD(*this);
 }
+#pragma GCC diagnostic pop
 
 const char* Currency::BCDStr() {
     operator BCD();
