@@ -27,10 +27,14 @@ release: deps
 	cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release -DDBFILE_TESTS=OFF
 	cmake --build $(BUILD)/release -j $(JOBS)
 
-# The library's own walkthrough, in a fresh folder under the build tree.
+# The library's own walkthrough, in a fresh folder under the build tree; then
+# its money again in another regional profile.
 demo: release
 	rm -rf $(BUILD)/demo
 	$(BUILD)/release/examples/company_walkthrough $(BUILD)/demo
+	@echo
+	DBFILE_PROFILE=examples/euro_profile.ini \
+	  $(BUILD)/release/examples/company_walkthrough --report $(BUILD)/demo
 
 # The test build runs with AddressSanitizer and UndefinedBehaviorSanitizer.
 # Then every fuzzing target runs over its seeds and a few seconds more.

@@ -2,12 +2,15 @@
 // file and an invoice file; the files are created from their descriptions,
 // filled, searched, walked and measured, invoices are grouped in
 // transactions, one kept and one thrown away, and the dictionary is written
-// out as the SQL catalogue that report writers read.
+// out as the SQL catalogue that report writers read. Balances and amounts
+// are kept as packed money fields and shown in the user's currency style.
 //
-//   company_walkthrough [folder]     (a fresh folder; made when missing)
+//   company_walkthrough [folder]            (a fresh folder; made when missing)
+//   company_walkthrough --report folder     (the money of an earlier run again)
 #include <dbfile/dbfile.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -57,6 +60,15 @@ class FieldMapped : public CDbFile {
         while (!into.empty() && into.back() == ' ')
             into.pop_back();
     }
+    // Money fields hold packed decimals at the places the dictionary gives.
+    void GetMoney(const char* field, Currency& into) {
+        into.SetToBCD(reinterpret_cast<unsigned char*>(RcdBuf() + GetFieldOffset(field)),
+                      GetFieldLength(field), GetFieldNumDP(field));
+    }
+    void PutMoney(const char* field, Currency& from) {
+        from.CopyBCD(reinterpret_cast<unsigned char*>(RcdBuf() + GetFieldOffset(field)),
+                     GetFieldLength(field), GetFieldNumDP(field));
+    }
     void PutText(const char* field, const std::string& from, bool padded) {
         char* p = RcdBuf() + GetFieldOffset(field);
         size_t len = GetFieldLength(field);
@@ -75,20 +87,20 @@ class Customer : public FieldMapped {
     Customer() : FieldMapped("Customer.dat") {}
     int32_t id = 0;
     std::string name, city;
-    double balance = 0;
+    Currency balance;
 
     void OnReadRecord() override {
         Get("CustId", id);
         GetText("Name", name);
         GetText("City", city);
-        Get("Balance", balance);
+        GetMoney("Balance", balance);
     }
     void OnWriteRecord() override {
         StartRecord();
         Put("CustId", id);
         PutText("Name", name, false);
         PutText("City", city, true);
-        Put("Balance", balance);
+        PutMoney("Balance", balance);
     }
 };
 
@@ -98,20 +110,20 @@ class Invoice : public FieldMapped {
     uint32_t number = 0;
     int32_t customer = 0;
     uint32_t date = 0;
-    double amount = 0;
+    Currency amount;
 
     void OnReadRecord() override {
         Get("InvNo", number);
         Get("CustId", customer);
         Get("InvDate", date);
-        Get("Amount", amount);
+        GetMoney("Amount", amount);
     }
     void OnWriteRecord() override {
         StartRecord();
         Put("InvNo", number);
         Put("CustId", customer);
         Put("InvDate", date);
-        Put("Amount", amount);
+        PutMoney("Amount", amount);
     }
 };
 
@@ -144,7 +156,7 @@ int DescribeCompany() {
     cdd.AddField(0, 0, 4, dbInteger, 0, "CustId", "Customer number", "Customer:");
     cdd.AddField(1, 4, 31, dbZString, 0, "Name", "Customer name", "Name:");
     cdd.AddField(2, 35, 20, dbString, 0, "City", "City", "City:");
-    cdd.AddField(3, 55, 8, dbFloat, 2, "Balance", "Balance owing", "Balance:");
+    cdd.AddField(3, 55, 8, dbMoney, 2, "Balance", "Balance owing", "Balance:");
     cdd.AddKey(0, "ById", "CustId", 0);
     cdd.AddKey(1, "ByName", "Name", kDuplicates | kModifiable | kNoCase);
     cdd.AddKey(2, "ByCity", "City", kSegmentFollows | kDuplicates | kModifiable);
@@ -157,7 +169,7 @@ int DescribeCompany() {
     cdd.AddField(0, 0, 4, dbUnsigned, 0, "InvNo", "Invoice number", "Invoice:");
     cdd.AddField(1, 4, 4, dbInteger, 0, "CustId", "Customer number", "Customer:");
     cdd.AddField(2, 8, 4, dbDate, 0, "InvDate", "Invoice date", "Date:");
-    cdd.AddField(3, 12, 8, dbFloat, 2, "Amount", "Amount", "Amount:");
+    cdd.AddField(3, 12, 8, dbMoney, 2, "Amount", "Amount", "Amount:");
     cdd.AddKey(0, "ByNumber", "InvNo", 0);
     cdd.AddKey(1, "ByCustomer", "CustId", kSegmentFollows | kDuplicates);
     cdd.AddKey(1, "ByCustomer", "InvDate", kDuplicates);
@@ -206,15 +218,33 @@ int WriteCatalogue(Customer& customers, Invoice& invoices) {
     return 0;
 }
 
-void ShowCustomer(const Customer& c) {
-    std::printf("    %3d  %-22s %-12s %10.2f\n", c.id, c.name.c_str(), c.city.c_str(), c.balance);
+void ShowCustomer(Customer& c) {
+    std::printf("    %3d  %-22s %-12s %14s\n", c.id, c.name.c_str(), c.city.c_str(),
+                static_cast<char*>(c.balance));
 }
 
-int Run(const std::string& folder) {
-    std::printf("Company books in %s\n\n", folder.c_str());
+void ShowInvoice(Invoice& i) {
+    std::printf("    %s  invoice %u for customer %d  %14s\n", DateText(i.date).c_str(), i.number,
+                i.customer, static_cast<char*>(i.amount));
+}
+
+void UseFolder(const std::string& folder) {
     CDbFile::SetSysDataPath(folder.c_str());
     CDbFile::SetDataPath("company");
     std::snprintf(g_CddFileName, sizeof(g_CddFileName), "%s/vexa.ddf", folder.c_str());
+}
+
+void ShowProfile() {
+    std::string path = ProfilePath();
+    std::printf("Money is shown in the regional style of %s%s.\n", path.c_str(),
+                access(path.c_str(), R_OK) == 0 ? "" : " (not there: the defaults)");
+}
+
+int Run(const std::string& folder) {
+    std::printf("Company books in %s\n", folder.c_str());
+    ShowProfile();
+    std::printf("\n");
+    UseFolder(folder);
     std::printf("Data paths: system %s, company %s\n", CDbFile::GetSysDataPath(),
                 CDbFile::GetDataPath());
 
@@ -236,7 +266,7 @@ int Run(const std::string& folder) {
         double balance;
     } people[] = {{101, "Harbour Fisheries", "Portsmouth", 1250.00},
                   {102, "anchor supplies", "Bristol", 310.50},
-                  {103, "Bristol Bakery", "Bristol", 0.00},
+                  {103, "Bristol Bakery", "Bristol", -120.40},  // in credit
                   {104, "Coastal Joinery", "Portsmouth", 4890.25},
                   {105, "Dunmore Books", "Oxford", 75.10}};
     for (auto& p : people) {
@@ -286,8 +316,7 @@ int Run(const std::string& folder) {
             AbortTransaction(HWND(nullptr));
             return st;
         }
-        std::printf("    invoice %u for customer %d, %s, %.2f\n", k.number, k.customer,
-                    DateText(k.date).c_str(), k.amount);
+        ShowInvoice(invoices);
     }
     if (!EndTransaction(HWND(nullptr))) return 1;
     std::printf("  ended: %lu invoices on file\n", invoices.GetRcdCount());
@@ -316,8 +345,20 @@ int Run(const std::string& folder) {
     invoices.SetKey(from, 8, 1);
     for (st = invoices.GetUsing(dbRelGreaterEqual, 0, 1); st == 0 && invoices.customer == who;
          st = invoices.GetNext(nullptr))
-        std::printf("    %s  invoice %u  %.2f\n", DateText(invoices.date).c_str(), invoices.number,
-                    invoices.amount);
+        ShowInvoice(invoices);
+
+    std::printf("\nCustomer 104 pays invoice 5002, the amount typed the user's way:\n");
+    Currency shown(1290.75);
+    std::string typed = static_cast<char*>(shown);
+    Currency payment;
+    payment = typed.c_str();
+    int32_t payer = 104;
+    customers.SetKey(&payer, 4, 0);
+    if (int st2 = customers.GetEqual(nullptr, 0, 1)) return st2;
+    customers.balance -= payment;
+    if (int st2 = customers.Update(nullptr)) return st2;
+    std::printf("    typed \"%s\", read as %.2f\n", typed.c_str(), double(payment));
+    ShowCustomer(customers);
 
     std::printf("\nWhat the engine reports:\n");
     for (CDbFile* f : {static_cast<CDbFile*>(&customers), static_cast<CDbFile*>(&invoices)}) {
@@ -336,11 +377,42 @@ int Run(const std::string& folder) {
     return 0;
 }
 
+// The money of an earlier run, shown again in the profile in force now.
+int Report(const std::string& folder) {
+    std::printf("Money of the company books in %s\n", folder.c_str());
+    ShowProfile();
+    UseFolder(folder);
+    Customer customers;
+    Invoice invoices;
+    if (int st = customers.Open(nullptr)) return st;
+    if (int st = invoices.Open(nullptr)) return st;
+
+    std::printf("\nCustomers by number:\n");
+    Currency total;
+    customers.SetKey(0);
+    for (int st = customers.GetFirst(nullptr); st == 0; st = customers.GetNext(nullptr)) {
+        ShowCustomer(customers);
+        total += customers.balance;
+    }
+    std::printf("    %-40s %14s\n", "owed in all", static_cast<char*>(total));
+
+    std::printf("\nInvoices by number:\n");
+    invoices.SetKey(0);
+    for (int st = invoices.GetFirst(nullptr); st == 0; st = invoices.GetNext(nullptr))
+        ShowInvoice(invoices);
+    customers.Close(nullptr);
+    invoices.Close(nullptr);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     std::string folder;
-    if (argc > 1) {
+    bool report = argc > 2 && std::strcmp(argv[1], "--report") == 0;
+    if (report) {
+        folder = argv[2];
+    } else if (argc > 1) {
         folder = argv[1];
         ::mkdir(folder.c_str(), 0777);
     } else {
@@ -354,7 +426,7 @@ int main(int argc, char** argv) {
     Path p(folder.c_str());
     p.QualifyPath();
     try {
-        int status = Run(p.c_str());
+        int status = report ? Report(p.c_str()) : Run(p.c_str());
         if (status) std::printf("Stopped with status %d.\n", status);
         return status ? 1 : 0;
     } catch (int e) {
