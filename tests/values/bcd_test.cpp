@@ -138,6 +138,16 @@ TEST_F(PackedDecimal, WrittenFormsReadBackRounded) {
         ASSERT_NEAR(back, exact, std::fabs(exact) * 4e-15) << got;
         BabyDecimal rounded(exact, places), again(back, places);
         ASSERT_STREQ(rounded, again);
+
+        // One integer digit too many: the largest amount, never more bytes.
+        int whole = 2 * length - 2 - places;
+        if (whole < 0 || whole > 300) continue;
+        double tooBig = std::pow(10.0, whole) * (1 + double(rng() % 1000) / 100);
+        std::string nines = "0" + std::string(size_t(2 * length - 2), '9');
+        if (length == 1) nines = "0";
+        ASSERT_EQ(Write(negative ? -tooBig : tooBig, length, places),
+                  nines + (negative && length > 1 ? "D" : "F"))
+            << tooBig << " in " << length << " bytes at " << places;
     }
 }
 
