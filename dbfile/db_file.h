@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "dbfile/db_stat.h"
 #include "dbfile/db_types.h"
@@ -18,6 +19,7 @@
 #include "support/path.h"
 
 class CCdd;
+class CCodeTable;
 class CExtended;
 class CFileDdf;
 class CFieldDdf;
@@ -113,6 +115,29 @@ class CDbFile {
     // Keys.
     void SetKey(const void* data, int len, int keyNo);
     void SetKey(int keyNo) { m_nKeyNo = keyNo; }
+    // The current key from one value per segment, the list ending at a null
+    // pointer; a date segment takes a pointer to a Date.
+    void SetKeyData(const void* first, ...);
+    // The key of the current field from typed text; 1 when the key buffer's
+    // first byte is not 0. The caller makes the field current (the field id
+    // is not consulted).
+    int SetKeyFromString(const char* text, int len, int fldId);
+    // Builds the key of field fldId from text and searches with the relation;
+    // -1 when no key could be built, else the engine status.
+    int SearchKey(HWND hwnd, int fldId, const char* text, int len, dbRelOp op, bool withRecord);
+    int GetKeyBufLen();
+    // The key buffer with integer and date segments most significant byte
+    // first, so such keys sort as bytes.
+    char* GetSortableKeyBuf(char* out);
+    int GetPrimaryKeyFldNo();
+    int GetPrimaryKeyNo();
+    int GetKeyNoByFldId(unsigned short fldId, int singleOnly);
+    int SetKeyUsingFldId(unsigned short fldId);
+    int KeyExists(unsigned short fldId, int anySegment);
+    int KeyNoExists(int keyNo);
+    int KeyNoIsPermanent(int keyNo);
+    bool KeyNoIsDescending(int keyNo);
+    int GetUniqueKeyNo();
 
     // File creation and statistics.
     int Create(HWND hwnd, void* spec, unsigned short len, void* fileName, int replace);
@@ -189,6 +214,37 @@ class CDbFile {
     static int TransactionInProgress() { return m_bInTransaction; }
     static int m_bInTransaction;
 
+    // Field values between their stored bytes and text: plain text, the
+    // user's display text, the stored form of typed text, and literals for
+    // query and report formulas. The static forms take the bytes and the
+    // field's description; the others look the field up by id or by name
+    // (an unknown field gives the empty text and writes nothing).
+    static const char* FormatFileDataToString(CString& out, const char* data, int length,
+                                              dbFieldType type, int numDP);
+    static const char* FormatFileDataToDisplay(CString& out, const char* data, int length,
+                                               dbFieldType type, dbDispCode display, int numDP,
+                                               CCodeTable* table, int phoneValue);
+    static void FormatStringToFileData(const char* text, char* dest, int length, dbFieldType type,
+                                       int numDP);
+    static const char* FormatSQLData(SQLType style, const char* text, short fieldType,
+                                     CString& out);
+    static const char* FormatBoolean(CString& out, int value, dbDispCode display);
+    const char* FormatFileDataToString(CString& out, int fldId);
+    const char* FormatFileDataToString(CString& out, const char* name);
+    const char* FormatFileDataToDisplay(CString& out, int fldId);
+    const char* FormatFileDataToDisplay(CString& out, const char* name);
+    void FormatStringToFileData(const char* text, char* dest, int fldId);
+    void FormatStringToFileData(const char* text, char* dest, const char* name);
+    const char* FormatSQLData(CString& out, SQLType style, int fldId);
+    const char* FormatSQLData(CString& out, SQLType style, const char* name);
+    const char* FormatBoolean(CString& out, int fldId);
+    const char* FormatAccount(CString& out, int fldId);
+    const char* FormatJob(CString& out, int fldId);
+    const char* FormatPhone(CString& out, int fldId);
+    // The display text of a field, in one string of the process that the
+    // next call overwrites.
+    const char* GetFieldData(const char* name);
+
     // Account, job and phone numbers as the application's common library
     // lays them out; the empty text when it or its entry is missing.
     static const char* FormatAccount(CString& out, const char* data);
@@ -259,6 +315,11 @@ class CDbFile {
     short m_nClientId = 0;
 
   private:
+    // The field of a conversion, made current; null when there is none.
+    const CddFldDat* FieldForConversion(int fldId);
+    std::vector<char> FieldBytes(const CddFldDat& f) const;
+    int PhoneValueBeforeCurrent();
+
     size_t m_nRcdAlloc = 0;  // bytes allocated for the record buffer
     void CopyFrom(const CDbFile& o);
     // Construction through the dictionary: opening it, and reading this
@@ -274,6 +335,9 @@ extern char g_DataPath[65];
 extern char g_HistPath[65];
 extern char g_GLDataPath[65];
 extern char g_GLHistPath[65];
+
+// A query or report literal of a field's plain text.
+const char* FormatSQLData(SQLType style, const char* text, short fieldType, CString& out);
 
 // Global transaction functions of client number 0: 1 on success, 0 on failure.
 int BeginTransaction(HWND hwnd);

@@ -30,3 +30,6 @@ enum dbSQLErrCode : int {
     dbSQLBadLogicOp = 3,
     dbSQLAddTermFailed = 4
 };
+
+// Styles of query and report literals.
+enum SQLType : int { sqlQuoted = 0, sqlFormula = 1 };

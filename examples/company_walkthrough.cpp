@@ -283,9 +283,15 @@ int Run(const std::string& folder) {
     customers.SetKey(&wanted, 4, 0);
     if (customers.GetEqual(nullptr, 0, 1) == 0) ShowCustomer(customers);
 
-    std::printf("\nThe first name from \"C\" on, ignoring case:\n");
-    customers.SetKey("C", 2, 1);
-    if (customers.GetUsing(dbRelGreaterEqual, 0, 1) == 0) ShowCustomer(customers);
+    std::printf("\nThe first name from \"c\" on, as typed (case ignored), field by field:\n");
+    customers.SetKey(1);
+    short nameField = customers.GetFieldIdOfName("Name");
+    if (customers.SearchKey(nullptr, nameField, "c", 1, dbRelGreaterEqual, true) == 0) {
+        CString text;
+        for (unsigned short id = 0; id < customers.GetFieldCount(); ++id)
+            std::printf("    %-9s %s\n", customers.GetFieldPrompt(id),
+                        customers.FormatFileDataToDisplay(text, int(id)));
+    }
 
     std::printf("\nAll customers by name (case ignored):\n");
     customers.SetKey(1);

@@ -22,6 +22,7 @@ class CString : public ZString {
             }
         return n;
     }
+    using ZString::operator=;  // numbers too
     CString& operator=(const char* s) {
         ZString::operator=(s);
         return *this;

@@ -4,10 +4,16 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+
+#include "platform/numeric_text.h"
+#include "platform/profile.h"
 
 void ZString::SetAt(int i, char c) {
     if (i >= 0 && i < Length()) s_[size_t(i)] = c;
@@ -92,15 +98,147 @@ int ZString::CompareNoCase(const char* other) const {
     return strcasecmp(s_.c_str(), other ? other : "");
 }
 
+namespace {
+
+// printf of one conversion with its argument.
+template <class T>
+std::string One(const std::string& spec, T v) {
+    int n = std::snprintf(nullptr, 0, spec.c_str(), v);
+    std::string out(size_t(std::max(n, 0)), '\0');
+    if (n > 0) std::snprintf(out.data(), size_t(n) + 1, spec.c_str(), v);
+    return out;
+}
+
+// The whole part of the number in `text` grouped in thousands with `sep`.
+std::string Grouped(std::string text, const std::string& sep) {
+    size_t start = text.find_first_of("0123456789");
+    if (start == std::string::npos || sep.empty()) return text;
+    size_t end = start;
+    while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])))
+        ++end;
+    for (size_t at = end; at > start + 3; at -= 3)
+        text.insert(at - 3, sep);
+    return text;
+}
+
+}  // namespace
+
 ZString& ZString::Format(const char* fmt, ...) {
-    va_list ap, copy;
+    va_list ap;
     va_start(ap, fmt);
-    va_copy(copy, ap);
-    int n = std::vsnprintf(nullptr, 0, fmt, ap);
+    std::string out;
+    for (const char* p = fmt ? fmt : ""; *p;) {
+        if (*p != '%') {
+            out += *p++;
+            continue;
+        }
+        // One conversion: flags, width, precision, length, type.
+        const char* start = p;
+        std::string spec = "%";
+        const char* q = p + 1;
+        bool group = false, left = false;
+        for (; *q && std::strchr("-+ #0,'", *q); ++q) {
+            if (*q == ',') {
+                group = true;
+                continue;
+            }
+            left = left || *q == '-';
+            spec += *q;
+        }
+        int width = -1;
+        if (*q == '*') {
+            width = va_arg(ap, int);
+            ++q;
+        } else if (std::isdigit(static_cast<unsigned char>(*q))) {
+            width = 0;
+            for (; std::isdigit(static_cast<unsigned char>(*q)); ++q)
+                width = width * 10 + (*q - '0');
+        }
+        if (*q == '.') {
+            spec += *q++;
+            if (*q == '*') {
+                spec += std::to_string(va_arg(ap, int));
+                ++q;
+            } else {
+                for (; std::isdigit(static_cast<unsigned char>(*q)); ++q)
+                    spec += *q;
+            }
+        }
+        std::string length;
+        for (; *q && std::strchr("hlLzjt", *q); ++q)
+            length += *q;
+        char type = *q ? *q++ : '\0';
+        p = q;
+        if (type == '%') {
+            out += '%';
+            continue;
+        }
+        spec += length;
+        spec += type;
+        std::string text;
+        bool number = true;
+        switch (type) {
+            case 'd':
+            case 'i':
+                text = length == "ll" || length == "j" ? One(spec, va_arg(ap, long long))
+                       : length == "l" || length == "z" || length == "t"
+                           ? One(spec, va_arg(ap, long))
+                           : One(spec, va_arg(ap, int));
+                break;
+            case 'u':
+            case 'o':
+            case 'x':
+            case 'X':
+                text = length == "ll" || length == "j" ? One(spec, va_arg(ap, unsigned long long))
+                       : length == "l" || length == "z" || length == "t"
+                           ? One(spec, va_arg(ap, unsigned long))
+                           : One(spec, va_arg(ap, unsigned));
+                break;
+            case 'f':
+            case 'F':
+            case 'e':
+            case 'E':
+            case 'g':
+            case 'G':
+            case 'a':
+            case 'A':
+                text = length == "L" ? One(spec, va_arg(ap, long double))
+                                     : One(spec, va_arg(ap, double));
+                break;
+            case 'c':
+                number = false;
+                text = One(spec, va_arg(ap, int));
+                break;
+            case 's': {
+                number = false;
+                const char* arg = va_arg(ap, const char*);
+                text = One(spec, arg ? arg : "");
+                break;
+            }
+            case 'p':
+                number = false;
+                text = One(spec, va_arg(ap, void*));
+                break;
+            default:  // not a conversion: kept as written
+                out.append(start, q);
+                continue;
+        }
+        if (group && number)
+            text = Grouped(text, ProfileString("intl", "sThousand", ",").substr(0, 1));
+        // The width applies to the text as it finally stands; a zero flag
+        // pads a number with zeros after its sign.
+        bool zeros = !left && number && spec.find('0') < spec.find_first_of("123456789.diuoxXfFeEgGaA");
+        if (zeros && width > int(text.size())) {
+            size_t at = text.find_first_of("0123456789");
+            if (at == std::string::npos) at = 0;
+            text.insert(at, size_t(width) - text.size(), '0');
+        } else if (width > int(text.size()))
+            text = left ? text + std::string(size_t(width) - text.size(), ' ')
+                        : std::string(size_t(width) - text.size(), ' ') + text;
+        out += text;
+    }
     va_end(ap);
-    s_.assign(size_t(std::max(n, 0)), '\0');
-    if (n > 0) std::vsnprintf(s_.data(), size_t(n) + 1, fmt, copy);
-    va_end(copy);
+    s_ = out;
     return *this;
 }
 
@@ -120,8 +258,22 @@ long ZString::ToLong() const {
     return std::strtol(s_.c_str(), nullptr, 10);
 }
 
+unsigned long ZString::ToULong() const {
+    return std::strtoul(s_.c_str(), nullptr, 10);
+}
+
 double ZString::ToDouble() const {
-    return std::strtod(s_.c_str(), nullptr);
+    return TextToDouble(s_.c_str());
+}
+
+ZString& ZString::operator=(double v) {
+    char buf[64];
+    double magnitude = std::fabs(v);
+    bool plain = magnitude == 0 || (magnitude >= 1e-5 && magnitude < 1e17);
+    auto r = std::to_chars(buf, buf + sizeof(buf), v,
+                           plain ? std::chars_format::fixed : std::chars_format::general);
+    s_.assign(buf, r.ec == std::errc() ? size_t(r.ptr - buf) : 0);
+    return *this;
 }
 
 ZString& ZString::operator=(const char* s) {

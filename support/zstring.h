@@ -42,13 +42,25 @@ class ZString {
     int Compare(const char* other) const;        // as strcmp
     int CompareNoCase(const char* other) const;  // letters folded
 
-    // printf-style formatting.
-    ZString& Format(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+    // printf-style formatting. A ',' among a conversion's flags groups the
+    // whole part of the number with the regional thousands separator
+    // ("%,d", "%,u", "%,.2f").
+    ZString& Format(const char* fmt, ...);
     // The number in `digits` with commas between the thousands of its integer part.
     static ZString Group(const char* digits);
 
+    // The number at the start of the text (blanks and a sign may come
+    // first), as the runtime's conversions read it; 0 when there is none.
+    // The narrower forms keep the low bits, as a C cast does.
     long ToLong() const;
+    short ToShort() const { return short(ToLong()); }
+    unsigned long ToULong() const;
+    unsigned short ToUShort() const { return static_cast<unsigned short>(ToULong()); }
     double ToDouble() const;
+
+    // The shortest text that reads back as the same double, without an
+    // exponent unless the value is very large or very small.
+    ZString& operator=(double v);
 
     ZString& operator=(const char* s);
     ZString& operator+=(const char* s);
