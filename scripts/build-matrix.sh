@@ -2,13 +2,14 @@
 # Builds the project every way a user might: each build type with GCC and
 # with clang, with the tests and without, warnings as errors. Stops at the
 # first build that fails and names it.
-#   BUILD_MATRIX_DIR  where the builds go (default build/matrix)
+#   BUILD_MATRIX_DIR        where the builds go (default build/matrix)
+#   BUILD_MATRIX_COMPILERS  which compilers (default "gcc clang")
 set -eu
 src=$(cd "$(dirname "$0")/.." && pwd)
 out=${BUILD_MATRIX_DIR:-$src/build/matrix}
 jobs=$(nproc 2>/dev/null || echo 2)
 mkdir -p "$out"
-for compiler in gcc clang; do
+for compiler in ${BUILD_MATRIX_COMPILERS:-gcc clang}; do
     if [ "$compiler" = gcc ]; then cc=gcc cxx=g++; else cc=clang cxx=clang++; fi
     for type in Debug Release RelWithDebInfo MinSizeRel; do
         for tests in ON OFF; do
