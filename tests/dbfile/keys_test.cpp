@@ -182,9 +182,15 @@ TEST_F(KeysTest, SearchesAgreeWithASortedCopy) {
                     }
             }
             file.SetKey(p.key);
+            file.m_FldList.FindByFldId(uint16_t(p.field));
+            bool built = file.SetKeyFromString(p.text.c_str(), int(p.text.size()), p.field);
             int st = file.SearchKey(nullptr, p.field, p.text.c_str(), int(p.text.size()), op, true);
             SCOPED_TRACE("key " + std::to_string(p.key) + " op " + std::to_string(op) + " " +
                          p.text);
+            if (!built) {  // a key beginning with a zero byte is not searched
+                EXPECT_EQ(st, -1);
+                continue;
+            }
             if (!want) {
                 EXPECT_TRUE(st == 4 || st == 9) << st;
                 continue;
