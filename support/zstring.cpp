@@ -281,6 +281,16 @@ ZString& ZString::operator=(const char* s) {
     return *this;
 }
 
+ZString& ZString::Append(const char* s, int len) {
+    if (s && len > 0) s_.append(s, size_t(len));
+    return *this;
+}
+
+ZString& ZString::Truncate(int len) {
+    if (len >= 0 && len < Length()) s_.resize(size_t(len));
+    return *this;
+}
+
 ZString& ZString::operator+=(const char* s) {
     if (s) s_ += s;
     return *this;

@@ -63,6 +63,9 @@ class ZString {
     ZString& operator=(double v);
 
     ZString& operator=(const char* s);
+    // Appends `len` bytes (NULs included) and keeps the first `len` bytes.
+    ZString& Append(const char* s, int len);
+    ZString& Truncate(int len);
     ZString& operator+=(const char* s);
     ZString& operator+=(char c);
     ZString& operator<<(const char* s) { return *this += s; }
