@@ -69,6 +69,7 @@ build-matrix: deps
 bench: release
 	$(BUILD)/release/bench/recman_bench --benchmark_counters_tabular=true
 	$(BUILD)/release/bench/writers_bench --benchmark_counters_tabular=true
+	$(BUILD)/release/bench/text_bench
 
 install: release
 	cmake --install $(BUILD)/release --prefix $(or $(PREFIX),/usr/local)

@@ -132,7 +132,7 @@ uint64_t CFile::Seek(int64_t offset, unsigned from) {
     return pos_;
 }
 
-uint64_t CFile::GetLength() {
+uint64_t CFile::RefreshLength() {
     Check();
     // Another handle may have grown a shared file; the answer only matters
     // for reading once the position has come to the length known so far.

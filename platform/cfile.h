@@ -49,7 +49,9 @@ class CFile {
     void Write(const void* buffer, unsigned count);
     void Flush();
 
-    uint64_t GetLength();
+    uint64_t GetLength() {
+        return m_hFile != hFileNull && (!shared_ || pos_ < size_) ? size_ : RefreshLength();
+    }
     uint64_t GetPosition() const { return pos_; }
     CString GetFileName() const;   // the last component
     CString GetFilePath() const;   // the full path
@@ -62,6 +64,7 @@ class CFile {
     static constexpr size_t kBlock = 64 * 1024;
 
     void Check() const;  // raises unless open
+    uint64_t RefreshLength();
     [[noreturn]] void Fail(CFileException::Cause cause, int osError, const char* what) const;
     // Makes the buffer hold the file from `at` on, at least `want` bytes of
     // it where the file has them; answers the bytes available from `at`.

@@ -66,6 +66,8 @@ class ZString {
     // Appends `len` bytes (NULs included) and keeps the first `len` bytes.
     ZString& Append(const char* s, int len);
     ZString& Truncate(int len);
+    // The characters themselves, to change in place (the length stays).
+    char* GetBuffer() { return s_.data(); }
     ZString& operator+=(const char* s);
     ZString& operator+=(char c);
     ZString& operator<<(const char* s) { return *this += s; }

@@ -10,6 +10,7 @@ namespace {
 
 // Bytes read at a time when looking backwards for a line's start.
 constexpr unsigned kBackBlock = 100;
+constexpr uint64_t kNoLine = ~uint64_t(0);
 
 }  // namespace
 
@@ -21,6 +22,7 @@ CDelimFile::~CDelimFile() = default;
 
 int CDelimFile::Open(Path path) {
     m_Line.Empty();
+    m_LineEnd = kNoLine;
     m_FieldCount = -1;
     m_LineNumber = 0;
     return m_File.Open(path, CFile::modeRead | CFile::typeText | CFile::shareDenyNone);
@@ -32,14 +34,19 @@ int CDelimFile::Next() {
         if (m_LineNumber >= 0) ++m_LineNumber;
         m_FieldCount = -1;
         uint64_t before = m_File.GetPosition();
+        m_LineEnd = kNoLine;
         bool read = m_File.ReadString(m_Line);
         // Never stay in place: a read that took nothing steps over a byte.
         if (m_File.GetPosition() == before) {
             m_File.Seek(1, CFile::current);
             read = m_File.ReadString(m_Line);
+            ++before;
         }
-        if (read) m_Line.Trim();
-        return read ? 1 : 0;
+        if (!read) return 0;
+        m_LineStart = before;
+        m_LineEnd = m_File.GetPosition();
+        m_Line.Trim();
+        return 1;
     } catch (const CFileException&) {
         return 0;
     }
@@ -60,7 +67,12 @@ void CDelimFile::SeekLineBefore() {
     // file may have no end of its own; the file's end stands for it.
     uint64_t pos = m_File.GetPosition();
     int found = 0;
-    if (pos > 0 && pos >= m_File.GetLength()) {
+    if (pos == m_LineEnd) {
+        // The current line was read from here: it holds no line end but
+        // its own, so counting goes on from its start.
+        pos = m_LineStart;
+        found = 1;
+    } else if (pos > 0 && pos >= m_File.GetLength()) {
         char last = 0;
         m_File.Seek(int64_t(pos) - 1, CFile::begin);
         if (m_File.Read(&last, 1) == 1 && last != '\n') found = 1;
@@ -70,10 +82,11 @@ void CDelimFile::SeekLineBefore() {
         unsigned size = unsigned(std::min<uint64_t>(kBackBlock, pos));
         uint64_t start = pos - size;
         m_File.Seek(int64_t(start), CFile::begin);
-        unsigned got = m_File.Read(block, size);
-        for (unsigned i = got; i-- > 0;) {
-            if (block[i] == '\n' && ++found == 3) {
-                m_File.Seek(int64_t(start + i + 1), CFile::begin);
+        size_t left = m_File.Read(block, size);
+        while (const void* lf = memrchr(block, '\n', left)) {
+            left = size_t(static_cast<const char*>(lf) - block);
+            if (++found == 3) {
+                m_File.Seek(int64_t(start + left + 1), CFile::begin);
                 return;
             }
         }
@@ -124,8 +137,7 @@ bool CDelimFile::Bottom() {
 }
 
 void CDelimFile::ParseFields() {
-    m_Fields.assign(m_Line.str());
-    m_FieldCount = SplitDelimitedLine(m_Fields.data(), int(m_Fields.size()), m_FieldStarts);
+    m_FieldCount = SplitDelimitedLine(m_Line.GetBuffer(), m_Line.Length(), m_FieldStarts);
 }
 
 int CDelimFile::FieldCnt() {
@@ -137,7 +149,7 @@ const char* CDelimFile::Field(int n) {
     if (n < 1 || n > FieldCnt())
         throw CInvalidArgException("CDelimFile::Field: no field " + std::to_string(n) +
                                    " in a line of " + std::to_string(m_FieldCount));
-    return m_Fields.c_str() + m_FieldStarts[size_t(n - 1)];
+    return m_Line.c_str() + m_FieldStarts[size_t(n - 1)];
 }
 
 bool CDelimFile::VerifyFormat() {
@@ -152,6 +164,7 @@ unsigned long CDelimFile::GetPosition() {
 
 void CDelimFile::SetPosition(unsigned long pos) {
     m_LineNumber = -1;
+    m_LineEnd = kNoLine;
     try {
         if (m_File.IsOpen()) m_File.Seek(int64_t(pos), CFile::begin);
     } catch (const CFileException&) {

@@ -45,6 +45,8 @@ class CDelimFile {
     void SetPosition(unsigned long pos);
     unsigned long GetLength();
     int GetRecNo() { return m_LineNumber; }
+    // The current line as read; once its fields have been asked for, they
+    // stand in it separated by NULs.
     const CString& GetLine() const { return m_Line; }
 
   private:
@@ -52,10 +54,13 @@ class CDelimFile {
     // Seeks to the start of the line before the current one.
     void SeekLineBefore();
 
-    CString m_Line;
+    CString m_Line;  // once split, its fields end at NULs
     CStdioFile m_File;
     int32_t m_FieldCount = -1;
     std::vector<unsigned> m_FieldStarts;
     int32_t m_LineNumber = 0;
-    std::string m_Fields;  // the line with NULs between its fields
+    // Where the current line was read from, while the file's position is
+    // still just after it (m_LineEnd); spares reading it again backwards.
+    uint64_t m_LineStart = 0;
+    uint64_t m_LineEnd = ~uint64_t(0);
 };

@@ -73,6 +73,19 @@ class DelimFileTest : public ::testing::Test {
         ReadBothWays(bytes, forwards, backwards);
         std::reverse(backwards.begin(), backwards.end());
         EXPECT_EQ(forwards, backwards);
+
+        // From a position set by hand just after line j, Prev reads line
+        // j - 1 (line 1 when j is 1), looking backwards from there alone.
+        CDelimFile f;
+        ASSERT_EQ(f.Open(dir.Path("both.csv").c_str()), 1);
+        std::vector<unsigned long> ends;
+        for (int ok = f.Top(); ok; ok = f.Next())
+            ends.push_back(f.GetPosition());
+        for (size_t j = 1; j <= ends.size(); ++j) {
+            f.SetPosition(ends[j - 1]);
+            ASSERT_TRUE(f.Prev()) << "after line " << j;
+            ASSERT_EQ(f.GetLine().str(), forwards[j >= 2 ? j - 2 : 0]) << "after line " << j;
+        }
     }
 };
 
@@ -88,7 +101,10 @@ TEST_F(DelimFileTest, LinesAreTrimmedAndSplitOnDemand) {
     ASSERT_EQ(f.Next(), 1);
     EXPECT_STREQ(f.Field(2), "Smith, J");
     EXPECT_STREQ(f.Field(3), "12.5");
-    EXPECT_EQ(f.GetLine(), "1,\"Smith, J\",12.5");  // the line itself is kept whole
+    // Split in place: separators and quotes became NULs, the length stays.
+    EXPECT_EQ(f.GetLine().str(), std::string("1\0\0Smith, J\0\0"
+                                             "12.5",
+                                             17));
     ASSERT_EQ(f.Next(), 1);
     EXPECT_EQ(f.FieldCnt(), 0);
     EXPECT_EQ(f.GetRecNo(), 3);
