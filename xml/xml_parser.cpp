@@ -6,6 +6,7 @@
 #include <libxml/parserInternals.h>
 #include <libxml/xmlsave.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -168,6 +169,8 @@ bool CXmlParser::LoadXMLDocument(const char* path) {
         CFile file;
         CFileException error(CFileException::none, 0, "", "");
         if (!file.Open(path, CFile::modeRead | CFile::shareDenyNone, &error)) throw error;
+        if (file.GetLength() > uint64_t(INT_MAX))
+            throw CFileException(CFileException::generic, 0, path, "the document is too large");
         bytes.resize(size_t(file.GetLength()));
         bytes.resize(file.Read(bytes.data(), unsigned(bytes.size())));
     } catch (const CFileException& e) {
@@ -234,7 +237,8 @@ bool CXmlParser::SaveXMLDocument(const char* path) {
         CFileException error(CFileException::none, 0, "", "");
         if (!file.Open(path, CFile::modeWrite | CFile::modeCreate | CFile::shareExclusive, &error))
             throw error;
-        file.Write(bytes.data(), unsigned(bytes.size()));
+        for (size_t at = 0; at < bytes.size(); at += 1u << 30)
+            file.Write(bytes.data() + at, unsigned(std::min<size_t>(bytes.size() - at, 1u << 30)));
         file.Close();
     } catch (const CFileException& e) {
         throw CXmlError(std::string("CXmlParser::SaveXMLDocument: ") + e.what());

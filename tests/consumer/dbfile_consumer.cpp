@@ -78,6 +78,29 @@ int main() {
     } catch (int e) {
         return Fail("construction", e);
     }
+
+    // The parts listed as an XML document and as fixed records, read back.
+    CXmlParser xml;
+    xml.ResetXMLDocument();
+    xml.AddLastChildNode("Parts");
+    xml.AddLastChildNode("Part");
+    xml.SetAttribute("label", "\xE9crou");  // écrou, in the library's code page
+    std::string xmlPath = std::string(folder) + "/parts.xml";
+    xml.SaveXMLDocument(xmlPath.c_str());
+    CXmlParser again;
+    if (!again.LoadXMLDocument(xmlPath.c_str()) || !again.GoToChild("Part") ||
+        again.GetAttributeValue(0) != "\xE9crou")
+        result = Fail("XML document", 0);
+    Path textPath((std::string(folder) + "/parts.txt").c_str());
+    ZString first("0010nut   \n");
+    CTextFile text;
+    if (!text.Create(textPath, first) || !text.Add("0020bolt  \n") || text.RcdCount() != 2)
+        result = Fail("text file", 0);
+    text.Close();
+    CDelimFile csv;
+    if (!csv.Open(textPath) || !csv.Bottom() || csv.GetLine() != "0020bolt")
+        result = Fail("reading the text file", 0);
+
     std::string cleanup = std::string("rm -rf ") + folder;
     if (std::system(cleanup.c_str()) != 0) result = 1;
     if (result == 0) std::printf("dbfile consumer: ok\n");
