@@ -70,11 +70,15 @@ bool CFile::Open(const char* fileName, unsigned openFlags, CFileException* error
             flags |= O_RDONLY;
     }
     if (openFlags & modeCreate) flags |= O_CREAT;
-    m_hFile = ::open(fileName, flags, 0666);
+    // Not waiting on a pipe's other end: only files and devices are files.
+    m_hFile = ::open(fileName, flags | O_NONBLOCK, 0666);
     if (m_hFile < 0) return failed(errno);
     struct stat st {};
     if (::fstat(m_hFile, &st) != 0) return failed(errno);
     if (S_ISDIR(st.st_mode)) return failed(EISDIR);
+    if (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode)) return failed(EINVAL);
+    if (::fcntl(m_hFile, F_SETFL, ::fcntl(m_hFile, F_GETFL) & ~O_NONBLOCK) != 0)
+        return failed(errno);
 
     // The share mode as a lock on the open file, taken before any
     // truncation so that a refused open changes nothing.

@@ -2,6 +2,7 @@
 // the block buffer happens to stand, and failures raise.
 #include <dbfile/dbfile.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <random>
 #include <string>
@@ -69,6 +70,16 @@ TEST(CFileTest, FailuresRaise) {
     EXPECT_FALSE(
         second.Open(dir.Path("f.bin").c_str(), CFile::modeRead | CFile::shareDenyNone, &error));
     EXPECT_EQ(error.m_cause, CFileException::sharingViolation);
+}
+
+TEST(CFileTest, APipeIsNoFile) {
+    ScratchDir dir;
+    std::string path = dir.Path("pipe");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    CFile f;
+    EXPECT_FALSE(f.Open(path.c_str(), CFile::modeRead | CFile::shareDenyNone));  // no hang
+    CXmlParser x;
+    EXPECT_FALSE(x.LoadXMLDocument(path.c_str()));
 }
 
 TEST(CFileTest, CreateOnAHeldFileLeavesItAlone) {
