@@ -49,6 +49,8 @@ void CheckFile(const uint8_t* data, size_t size) {
         for (int i = 1; i <= f.FieldCnt(); ++i)
             (void)f.Field(i);
     }
+    // Splitting left NULs in the last line; it is read again from the top.
+    f.Top();
     if (f.Bottom()) {
         backwards.push_back(f.GetLine().str());
         while (f.Prev())
