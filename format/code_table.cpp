@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "dbfile/db_file.h"
+#include "format/code_file.h"
 
 namespace {
 
@@ -138,12 +139,13 @@ void CCodeTable::RetrieveTableElements(int tableId) {
             id = to;
             break;
         }
-    CDbFile codes("VexaCode.dat", CDbFile::GetSysDataPath(), 0, 0);
+    CDbFile codes(CCodeFile::kFileName, CDbFile::GetSysDataPath(), 0, 0);
     if (codes.Open(nullptr, dbOpenReadOnly) != 0) return;
     codes.SetKey(kCodeTableKey);
     int32_t key = int32_t(id);
     codes.SetKeyData(&key, nullptr);
-    if (codes.GetEqual(nullptr) == 0) {
+    // A description without the text field has no tables to give.
+    if (codes.GetFieldIdOfName("Codes") >= 0 && codes.GetEqual(nullptr) == 0) {
         uint16_t offset = codes.GetFieldOffset("Codes");
         uint16_t read = codes.GetBytesRead();
         ZString text;
@@ -179,6 +181,8 @@ int CCodeTable::LongestDesc() {
 }
 
 int CCodeTable::Find(const void* storedCode) {
+    m_Pos.at = nullptr;
+    if (!storedCode) return 0;
     CString code;
     CDbFile::FormatFileDataToString(code, static_cast<const char*>(storedCode), m_Length, m_Type,
                                     -1);
@@ -218,6 +222,7 @@ const char* CCodeTable::TranslateToDesc(const void* storedCode, CString& out) {
 }
 
 const char* CCodeTable::TranslateToDesc(const void* storedCode, char* out) {
+    if (!out) return out;
     CString text;
     TranslateToDesc(storedCode, text);
     std::memcpy(out, text.c_str(), size_t(text.Length()) + 1);
@@ -225,6 +230,7 @@ const char* CCodeTable::TranslateToDesc(const void* storedCode, char* out) {
 }
 
 void CCodeTable::TranslateToCode(const char* description, void* out) {
+    if (!out) return;
     if (Find(description))
         CDbFile::FormatStringToFileData(*Current(), static_cast<char*>(out), m_Length, m_Type, -1);
     else if (m_Length > 0)
@@ -232,6 +238,7 @@ void CCodeTable::TranslateToCode(const char* description, void* out) {
 }
 
 void CCodeTable::TranslatePartialToCode(const char* text, void* out) {
+    if (!out) return;
     if (FindPartial(text))
         CDbFile::FormatStringToFileData(*Current(), static_cast<char*>(out), m_Length, m_Type, -1);
     else if (m_Length > 0)

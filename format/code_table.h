@@ -57,7 +57,9 @@ class CCodeTable : public LinkList {
 
     // From text, from the code file by table id, or from the code file by
     // the code-table id of a field of `file`. A table that cannot be read
-    // is empty.
+    // is empty (a code file that cannot be opened has shown why); a code
+    // file missing from the dictionary throws as a record file's
+    // constructor does.
     void LoadTable(dbFieldType type, int length, const char* text);
     void LoadTable(dbFieldType type, int length, int tableId);
     void LoadTable(CDbFile* file, int fieldId);

@@ -1,6 +1,7 @@
 #include "dbtest.h"
 
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -93,6 +94,26 @@ bool TestHost::PumpMessage() {
 std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<rmtest::Key>& keys,
                           uint16_t flags) {
     return rmtest::Spec(recordLength, keys, flags);
+}
+
+std::vector<int> Statuses(const std::vector<std::string>& shown) {
+    std::vector<int> out;
+    for (const std::string& m : shown) {
+        size_t at = m.find("\\nCode:\\t");
+        out.push_back(at == std::string::npos ? -1 : std::atoi(m.c_str() + at + 9));
+    }
+    return out;
+}
+
+int InAnotherProcess(const std::function<int()>& body) {
+    pid_t pid = fork();
+    if (pid == 0) {
+        CDbFile::m_TheCdd = nullptr;  // left to the parent, untouched
+        _exit(body());
+    }
+    int status = 0;
+    if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 void UseDictionary(const std::string& path) {

@@ -76,6 +76,15 @@ class TestHost : public HeadlessUiHost {
 std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<rmtest::Key>& keys,
                           uint16_t flags = 0);
 
+// The statuses of the status messages among `shown`, in order; other
+// messages count as -1.
+std::vector<int> Statuses(const std::vector<std::string>& shown);
+
+// Runs `body` in a forked process and answers its result (its exit code;
+// 128 + the signal when it died of one). The child starts on a fresh
+// dictionary object, as the parent's belongs to the parent's engine client.
+int InAnotherProcess(const std::function<int()>& body);
+
 // Names the dictionary file for the record files built from now on.
 void UseDictionary(const std::string& path);
 // Back to the library's state at load: no shared dictionary, empty paths,
