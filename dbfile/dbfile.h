@@ -6,6 +6,7 @@
 #include "dbfile/db_stat.h"
 #include "dbfile/db_types.h"
 #include "dbfile/extended.h"
+#include "dbfile/rcd_lock_mgr.h"
 #include "dictionary/cdd.h"
 #include "dictionary/create_spec.h"
 #include "dictionary/ddf_files.h"
