@@ -3,7 +3,9 @@
 // filled, searched, walked and measured, invoices are grouped in
 // transactions, one kept and one thrown away, and the dictionary is written
 // out as the SQL catalogue that report writers read. Balances and amounts
-// are kept as packed money fields and shown in the user's currency style.
+// are kept as packed money fields and shown in the user's currency style;
+// an invoice's status is a one-letter code shown through its code table;
+// two clerks edit one customer at once through the record lock manager.
 //
 //   company_walkthrough [folder]            (a fresh folder; made when missing)
 //   company_walkthrough --report folder     (the money of an earlier run again)
@@ -22,6 +24,8 @@ namespace {
 // Key flags as the dictionary keeps them.
 constexpr int kDuplicates = 0x0001, kModifiable = 0x0002, kSegmentFollows = 0x0010,
               kNoCase = 0x0400;
+// The code table of invoice statuses in the shared code file.
+constexpr int kStatusTable = 1;
 
 // Dates as the engine orders them: day, month, then the year (16 bits).
 uint32_t MakeDate(int year, int month, int day) {
@@ -84,7 +88,8 @@ class FieldMapped : public CDbFile {
 
 class Customer : public FieldMapped {
   public:
-    Customer() : FieldMapped("Customer.dat") {}
+    // Each clerk's workstation has its own engine client number.
+    explicit Customer(short client = 0) : FieldMapped("Customer.dat", nullptr, 0, client) {}
     int32_t id = 0;
     std::string name, city;
     Currency balance;
@@ -111,12 +116,14 @@ class Invoice : public FieldMapped {
     int32_t customer = 0;
     uint32_t date = 0;
     Currency amount;
+    char status = 'O';  // a code of the invoice status table
 
     void OnReadRecord() override {
         Get("InvNo", number);
         Get("CustId", customer);
         Get("InvDate", date);
         GetMoney("Amount", amount);
+        Get("Status", status);
     }
     void OnWriteRecord() override {
         StartRecord();
@@ -124,6 +131,7 @@ class Invoice : public FieldMapped {
         Put("CustId", customer);
         Put("InvDate", date);
         PutMoney("Amount", amount);
+        Put("Status", status);
     }
 };
 
@@ -170,12 +178,18 @@ int DescribeCompany() {
     cdd.AddField(1, 4, 4, dbInteger, 0, "CustId", "Customer number", "Customer:");
     cdd.AddField(2, 8, 4, dbDate, 0, "InvDate", "Invoice date", "Date:");
     cdd.AddField(3, 12, 8, dbMoney, 2, "Amount", "Amount", "Amount:");
+    cdd.AddField(4, 20, 1, dbString, 0, "Status", "Invoice status", "Status:");
+    cdd.m_FldList.SetFldDispCode(dbDispCodeTable);  // shown through code table 1
+    cdd.m_FldList.SetFldCodeId(kStatusTable);
     cdd.AddKey(0, "ByNumber", "InvNo", 0);
     cdd.AddKey(1, "ByCustomer", "CustId", kSegmentFollows | kDuplicates);
     cdd.AddKey(1, "ByCustomer", "InvDate", kDuplicates);
     if (int st = WriteEntry(cdd)) return st;
     std::printf("  Invoice.dat: %d fields, %d keys, %u-byte records\n", cdd.GetFldCount(),
                 cdd.m_FileDat.FileSpec.NdxCount, unsigned(cdd.m_FileDat.FileSpec.RecLen));
+
+    if (int st = CCodeFile::AddToDictionary(cdd)) return st;
+    std::printf("  VexaCode.dat: the code tables, one record each\n");
 
     // The SQL catalogue's own files, so that record files can be built on them.
     if (int st = cdd.CreateFileDdfRec(nullptr)) return st;
@@ -224,8 +238,70 @@ void ShowCustomer(Customer& c) {
 }
 
 void ShowInvoice(Invoice& i) {
-    std::printf("    %s  invoice %u for customer %d  %14s\n", DateText(i.date).c_str(), i.number,
-                i.customer, static_cast<char*>(i.amount));
+    CString status;  // the status code's words, from the code table
+    std::printf("    %s  invoice %u for customer %d  %14s  %s\n", DateText(i.date).c_str(),
+                i.number, i.customer, static_cast<char*>(i.amount),
+                i.FormatFileDataToDisplay(status, "Status"));
+}
+
+// Invoice statuses as a code table in the shared code file (VexaCode.dat in
+// the system data directory), which is created from its description.
+int WriteStatusTable() {
+    CCodeFile codes;
+    if (int st = codes.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate))) return st;
+    CCodeTable statuses;
+    statuses.LoadTable(dbString, 1, "O=Open\r\nP=Paid\r\nV=Void");
+    if (int st = codes.WriteTable(kStatusTable, "Invoice status", statuses)) return st;
+    std::printf("  table %d, invoice status:", kStatusTable);
+    for (CCodeEntry* e = statuses.First(); e; e = statuses.Next())
+        std::printf(" %s=%s", static_cast<const char*>(*e), e->Desc());
+    std::printf("\n");
+    return codes.Close(nullptr);
+}
+
+// Two clerks on their own client numbers edit customer 102 at once. The lock
+// manager remembers the record as clerk 1 sees it; clerk 2's change makes
+// clerk 1's lock fail, so clerk 1 sees the record again before editing.
+int EditWithLocks() {
+    Customer clerk1(1), clerk2(2);
+    for (Customer* c : {&clerk1, &clerk2})
+        if (int st = c->Open(nullptr)) return st;
+    int32_t id = 102;
+    auto show = [&](Customer& c) {
+        c.SetKey(&id, 4, 0);
+        return c.GetEqual(nullptr, 0, 1);
+    };
+    CRcdLockMgr edit;
+    edit.SetLockChecking(1);
+    if (int st = show(clerk1)) return st;
+    edit.LoadRcd(nullptr, &clerk1, 0);
+    std::printf("  clerk 1 opens %s of %s\n", clerk1.name.c_str(), clerk1.city.c_str());
+    if (int st = show(clerk2)) return st;
+    clerk2.city = "Bath";
+    if (int st = clerk2.Update(nullptr)) return st;
+    std::printf("  clerk 2 moves it to Bath and saves\n");
+    int locked = edit.LoadRcd(nullptr, &clerk1, 1);
+    std::printf("  clerk 1 starts to edit: %s\n",
+                locked ? "locked" : "refused, someone changed it; shown again");
+    if (!locked) {
+        show(clerk1);
+        edit.LoadRcd(nullptr, &clerk1, 0);
+        locked = edit.LoadRcd(nullptr, &clerk1, 1);
+        std::printf("  clerk 1 starts again on %s of %s: %s\n", clerk1.name.c_str(),
+                    clerk1.city.c_str(), locked ? "locked" : "refused");
+    }
+    // Meanwhile clerk 2 is held off (asked once, without the lock wait).
+    bool wait = CDbFile::PersistentLocking(false);
+    clerk2.SetErrOverride(1);
+    clerk2.SetKey(&id, 4, 0);
+    std::printf("  clerk 2 tries to lock it too: status %d\n", clerk2.GetEqual(nullptr, 1, 1));
+    CDbFile::PersistentLocking(wait);
+    clerk1.balance += Currency(25.0);
+    if (!edit.SaveRcd(nullptr, &clerk1, 0)) return clerk1.GetLastError();
+    std::printf("  clerk 1 adds a charge of %s and saves:\n", static_cast<char*>(Currency(25.0)));
+    if (int st = show(clerk2)) return st;
+    ShowCustomer(clerk2);
+    return 0;
 }
 
 void UseFolder(const std::string& folder) {
@@ -257,6 +333,9 @@ int Run(const std::string& folder) {
     if (int st = customers.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate))) return st;
     if (int st = invoices.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate))) return st;
     std::printf("  %s\n  %s\n", customers.FileName(), invoices.FileName());
+
+    std::printf("\nThe invoice status codes, in the shared code file:\n");
+    if (int st = WriteStatusTable()) return st;
 
     std::printf("\nAdding customers:\n");
     struct {
@@ -365,6 +444,19 @@ int Run(const std::string& folder) {
     if (int st2 = customers.Update(nullptr)) return st2;
     std::printf("    typed \"%s\", read as %.2f\n", typed.c_str(), double(payment));
     ShowCustomer(customers);
+    // The invoice's status is typed as its words and stored as its code.
+    uint32_t paid = 5002;
+    invoices.SetKey(&paid, 4, 0);
+    if (int st2 = invoices.GetEqual(nullptr, 0, 1)) return st2;
+    CCodeTable statuses;
+    statuses.LoadTable(&invoices, invoices.GetFieldIdOfName("Status"));
+    statuses.TranslateToCode("Paid", &invoices.status);
+    if (int st2 = invoices.Update(nullptr)) return st2;
+    std::printf("    status \"Paid\" stored as '%c':\n", invoices.status);
+    ShowInvoice(invoices);
+
+    std::printf("\nTwo clerks edit customer 102 at once (client numbers 1 and 2):\n");
+    if (int st2 = EditWithLocks()) return st2;
 
     std::printf("\nWhat the engine reports:\n");
     for (CDbFile* f : {static_cast<CDbFile*>(&customers), static_cast<CDbFile*>(&invoices)}) {
