@@ -40,7 +40,7 @@ demo: release
 # Then every fuzzing target runs over its seeds and a few seconds more.
 test: deps
 	cmake -S . -B $(BUILD)/test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDBFILE_SANITIZE=ON \
-	      -DDBFILE_WERROR=ON
+	      -DDBFILE_WERROR=ON -DDBFILE_FAULTS=ON
 	cmake --build $(BUILD)/test -j $(JOBS)
 	cd $(BUILD)/test && ctest --output-on-failure -j $(JOBS)
 	$(MAKE) --no-print-directory fuzz-build

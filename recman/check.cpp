@@ -159,7 +159,9 @@ Status Engine::Check(const std::string& path, std::vector<std::string>& problems
     if (Status st = AcquireEnv(path, env)) return st;
     MDB_txn* txn;
     if (Status st = env->Snapshot(txn)) return st;
-    return Checker(*env, txn, problems).Run();
+    if (Status st = Checker(*env, txn, problems).Run()) return st;
+    DescribeJournals(*env, txn, problems);
+    return RM_OK;
 }
 
 }  // namespace recman

@@ -1,6 +1,7 @@
 // Consistency check of a record file: every index entry points at a live
-// record and matches it, every record sits in every index it belongs to, and
-// the kept counts agree with what is stored.
+// record and matches it, every record sits in every index it belongs to, the
+// kept counts agree with what is stored, and no commit journal beside the
+// file waits to be finished or discarded.
 #pragma once
 
 #include <string>

@@ -9,8 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "recman/bytes.h"
+#include "recman/journal_file.h"
 #include "recman/recman.h"
 #include "recman/status.h"
 
@@ -22,6 +24,7 @@ constexpr size_t kMiB = size_t(1) << 20;
 constexpr unsigned kMaxDbs = 2 * RM_MAX_KEYS + 16;
 const char kDefKey[] = "def";
 const char kStateKey[] = "state";
+const char kMarkKey[] = "journal";
 
 // LMDB's meta page: magic and format at offset 16, page size at 40.
 constexpr uint32_t kLmdbMagic = 0xBEEFC0DE;
@@ -36,11 +39,15 @@ size_t Headroom() {
     return (mb > 0 ? size_t(mb) : size_t(1024)) * kMiB;
 }
 
-unsigned SyncFlags() {
-    const char* s = std::getenv("RECMAN_SYNC");
-    if (s && std::strcmp(s, "full") == 0) return 0;
-    if (s && std::strcmp(s, "off") == 0) return MDB_NOSYNC | MDB_NOMETASYNC;
-    return MDB_NOMETASYNC;
+unsigned SyncFlags(SyncMode mode) {
+    switch (mode) {
+        case SyncMode::Full:
+            return 0;
+        case SyncMode::Off:
+            return MDB_NOSYNC | MDB_NOMETASYNC;
+        default:
+            return MDB_NOMETASYNC;
+    }
 }
 
 std::string IndexName(uint16_t id) {
@@ -75,6 +82,24 @@ size_t RoundUp(size_t n, size_t unit) {
 }
 
 }  // namespace
+
+std::string CanonicalPath(const std::string& path) {
+    if (char* real = ::realpath(path.c_str(), nullptr)) {
+        std::string s = real;
+        std::free(real);
+        return s;
+    }
+    std::error_code ec;
+    std::string abs = std::filesystem::absolute(path, ec).lexically_normal().string();
+    return ec ? path : abs;
+}
+
+SyncMode SyncModeFromEnv() {
+    const char* s = std::getenv("RECMAN_SYNC");
+    if (s && std::strcmp(s, "full") == 0) return SyncMode::Full;
+    if (s && std::strcmp(s, "off") == 0) return SyncMode::Off;
+    return SyncMode::Normal;
+}
 
 Status StatusOf(int rc) {
     switch (rc) {
@@ -170,13 +195,15 @@ Status FileEnv::Init(const std::string& path) {
     if (st) return st;
     dev_ = sb.st_dev;
     ino_ = sb.st_ino;
+    canonical_ = CanonicalPath(path);
+    sync_ = SyncModeFromEnv();
 
     if (mdb_env_create(&env_) != 0) return RM_IO_ERROR;
     mdb_env_set_maxdbs(env_, kMaxDbs);
     mapSize_ =
         RoundUp(std::max<size_t>(size_t(sb.st_size) * 2, size_t(sb.st_size) + Headroom()), kMiB);
     mdb_env_set_mapsize(env_, mapSize_);
-    unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | SyncFlags();
+    unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | SyncFlags(sync_);
     int rc = mdb_env_open(env_, path.c_str(), flags, 0644);
     if (rc == EACCES || rc == EROFS) {
         mdb_env_close(env_);
@@ -396,19 +423,63 @@ Status FileEnv::BeginWrite(MDB_txn*& out, FileState& state) {
 }
 
 Status FileEnv::CommitWrite(MDB_txn* txn, const FileState& state) {
+    if (Status st = PutState(txn, state)) {
+        AbortWrite(txn);
+        return st;
+    }
+    return Commit(txn);
+}
+
+Status FileEnv::PutState(MDB_txn* txn, const FileState& state) {
     std::string s = state.Serialize();
     MDB_val k = Val(kStateKey, sizeof(kStateKey) - 1), v = Val(s);
-    int rc = mdb_put(txn, metaDbi_, &k, &v, 0);
-    if (rc != 0) {
-        AbortWrite(txn);
-        return StatusOf(rc);
-    }
-    rc = mdb_txn_commit(txn);
+    return StatusOf(mdb_put(txn, metaDbi_, &k, &v, 0));
+}
+
+Status FileEnv::PutMark(MDB_txn* txn, const JournalId& id) {
+    MDB_val k = Val(kMarkKey, sizeof(kMarkKey) - 1), v = Val(id.data(), id.size());
+    return StatusOf(mdb_put(txn, metaDbi_, &k, &v, 0));
+}
+
+Status FileEnv::LoadMark(MDB_txn* txn, JournalId& id) {
+    id.fill(0);
+    MDB_val k = Val(kMarkKey, sizeof(kMarkKey) - 1), v;
+    int rc = mdb_get(txn, metaDbi_, &k, &v);
+    if (rc == MDB_NOTFOUND) return RM_OK;
+    if (rc != 0) return StatusOf(rc);
+    if (v.mv_size == id.size()) std::memcpy(id.data(), v.mv_data, id.size());
+    return RM_OK;
+}
+
+Status FileEnv::Commit(MDB_txn* txn) {
+    uint64_t id = mdb_txn_id(txn);
+    int rc = mdb_txn_commit(txn);
     if (rc != 0) {
         defGen_ = 0;  // handles opened in the failed transaction are gone
         indexDbi_.clear();
+        return StatusOf(rc);
     }
-    return StatusOf(rc);
+    // A flushed commit flushes whatever came before it; with the meta page
+    // flushed too, the commit itself.
+    if (sync_ == SyncMode::Full)
+        durableTxn_ = std::max(durableTxn_, id);
+    else if (sync_ == SyncMode::Normal)
+        durableTxn_ = std::max(durableTxn_, id - 1);
+    return RM_OK;
+}
+
+uint64_t FileEnv::LastCommit() const {
+    MDB_envinfo info;
+    mdb_env_info(env_, &info);
+    return info.me_last_txnid;
+}
+
+Status FileEnv::SyncNow() {
+    MDB_envinfo info;
+    mdb_env_info(env_, &info);
+    if (int rc = mdb_env_sync(env_, 1)) return StatusOf(rc);
+    durableTxn_ = std::max<uint64_t>(durableTxn_, info.me_last_txnid);
+    return RM_OK;
 }
 
 void FileEnv::AbortWrite(MDB_txn* txn) {
@@ -486,8 +557,10 @@ Status FileEnv::CreateFile(const std::string& path, const FileDef& def) {
         ::unlink(tmp.c_str());
         return (rc == ENOSPC || rc == EDQUOT) ? RM_DISK_FULL : RM_CREATE_IO_ERROR;
     }
-    // The old file's lock table, if any, belonged to a file nobody has open.
+    // The old file's lock table, if any, belonged to a file nobody has open;
+    // its journals, to a file that is no more.
     ::unlink((path + "-lock").c_str());
+    RemoveSidecars(CanonicalPath(path));
     return RM_OK;
 }
 

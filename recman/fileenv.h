@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "recman/filedef.h"
+#include "recman/journal.h"
 #include "recman/oslock.h"
 
 namespace recman {
@@ -35,6 +36,13 @@ struct FileState {
 // Maps an LMDB or system error to a status.
 Status StatusOf(int rc);
 
+// The absolute path of `path` with every link resolved (as far as it exists).
+std::string CanonicalPath(const std::string& path);
+
+// How far commits are flushed (RECMAN_SYNC).
+enum class SyncMode { Normal, Full, Off };
+SyncMode SyncModeFromEnv();
+
 class FileEnv {
   public:
     ~FileEnv();
@@ -48,6 +56,8 @@ class FileEnv {
     static Status CreateFile(const std::string& path, const FileDef& def);
 
     const std::string& path() const { return path_; }
+    // The file's absolute path with every link resolved, as found at open.
+    const std::string& canonicalPath() const { return canonical_; }
     dev_t device() const { return dev_; }
     ino_t inode() const { return ino_; }
     bool readOnlyStorage() const { return readOnly_; }
@@ -74,6 +84,25 @@ class FileEnv {
     Status BeginWrite(MDB_txn*& out, FileState& state);
     Status CommitWrite(MDB_txn* txn, const FileState& state);
     void AbortWrite(MDB_txn* txn);
+    // A commit in parts, for transactions that span files: the counters and
+    // the mark of the journal being applied go in, then the commit (which
+    // ends the transaction, whatever it answers).
+    Status PutState(MDB_txn* txn, const FileState& state);
+    Status PutMark(MDB_txn* txn, const JournalId& id);
+    Status Commit(MDB_txn* txn);
+    // The mark of the last journal applied to the file (zeros when none).
+    Status LoadMark(MDB_txn* txn, JournalId& id);
+    // The file's last commit as a write transaction sees it.
+    static uint64_t BaseOf(MDB_txn* txn) { return uint64_t(mdb_txn_id(txn)) - 1; }
+    // The last commit of the file, by any process.
+    uint64_t LastCommit() const;
+
+    // Flushes the file, meta page included: every commit made before, by
+    // any process, is then durable.
+    Status SyncNow();
+    // The last commit this process knows to be durable.
+    uint64_t durableTxn() const { return durableTxn_; }
+    SyncMode syncMode() const { return sync_; }
     // Grows the map after a write answered MDB_MAP_FULL (no write open).
     Status Grow();
 
@@ -117,6 +146,9 @@ class FileEnv {
     Status BeginRead(MDB_txn*& txn);
 
     std::string path_;
+    std::string canonical_;
+    SyncMode sync_ = SyncMode::Normal;
+    uint64_t durableTxn_ = 0;
     dev_t dev_ = 0;
     ino_t ino_ = 0;
     bool readOnly_ = false;

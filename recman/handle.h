@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "recman/fileenv.h"
@@ -75,7 +76,14 @@ struct TxnFile {
     std::shared_ptr<FileEnv> env;
     MDB_txn* txn = nullptr;
     FileState state;
-    Status doomed = 0;  // a failure left the changes incomplete: only Abort remains
+    Status doomed = 0;      // a failure left the changes incomplete: only Abort remains
+    ChangeSet changes;      // keys written, for a journal should the transaction span files
+    uint64_t baseTxn = 0;   // the file's last commit when the transaction took it
+    std::string baseState;  // the file's counters then
+    // Journals applied to the file before, removable once this transaction's
+    // commit is flushed; while they stay, they can redo the base commit.
+    std::vector<std::string> retire;
+    bool baseCovered = false;
 };
 
 struct Transaction {

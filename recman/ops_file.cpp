@@ -61,6 +61,9 @@ Status Engine::Open(Request& r) {
 
     std::shared_ptr<FileEnv> env;
     if (Status st = AcquireEnv(path, env)) return st;
+    // A transaction that a dead process left half done is finished (or
+    // discarded) before anyone sees the file.
+    if (Status st = RecoverOnOpen(env)) return st;
     MDB_txn* txn;
     if (Status st = env->Snapshot(txn)) return st;  // brings the definition up to date
     const FileDef& d = env->def();
@@ -121,8 +124,10 @@ Status Engine::Create(Request& r) {
     if (r.keyNum == RM_CREATE_REMOVE) {
         if (!exists) return RM_FILE_NOT_FOUND;
         if (FileInUse(path)) return RM_INCOMPATIBLE_MODE;
+        std::string real = CanonicalPath(path);
         if (::unlink(path.c_str()) != 0) return RM_IO_ERROR;
         ::unlink((path + "-lock").c_str());
+        RemoveSidecars(real);  // journals of the file removed are moot
         return RM_OK;
     }
     if (r.keyNum != RM_CREATE_REPLACE && r.keyNum != RM_CREATE_NO_REPLACE)

@@ -1,4 +1,6 @@
 // Transactions: per client, collecting its changes file by file until End.
+#include <algorithm>
+
 #include "recman/engine.h"
 
 namespace recman {
@@ -33,36 +35,58 @@ Status Engine::JoinFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*
     // slot, and those behind it learn so.
     if (ownQueue) env->ReleaseQueue();
     if (st) return st;
+    Leftover left;
     TxnFile f;
     f.env = env;
-    TxnKeeper().Run([&] { st = env->BeginWrite(f.txn, f.state); });
+    st = SettleForWrite(*env, left);
+    if (st == RM_OK) TxnKeeper().Run([&] { st = env->BeginWrite(f.txn, f.state); });
     if (st) {
         env->ReleaseTxnMark();
         env->ReleaseWriterSlot();
         return st;
     }
+    f.baseTxn = FileEnv::BaseOf(f.txn);
+    f.baseState = f.state.Serialize();
+    f.retire = std::move(left.sidecars);
+    f.baseCovered = left.coveredTxn != 0 && left.coveredTxn == f.baseTxn;
     env->txnOwner = &c;
     c.txn.files.push_back(std::move(f));
     out = &c.txn.files.back();
     return RM_OK;
 }
 
-// Commits (or aborts) every file of the client's transaction, one after
-// another, then gives back the writer slots and the locks taken inside it.
+// Commits (or aborts) the client's transaction, then gives back the writer
+// slots and the locks taken inside it. A file the transaction only read is
+// left as it was; one changed file takes one storage commit; several go
+// through a commit journal, all or none.
 void Engine::EndFiles(Client& c, bool commit, Status& st) {
     st = RM_OK;
+    std::vector<TxnFile*> changed;
     for (TxnFile& f : c.txn.files) {
+        if (commit && f.doomed && st == RM_OK) st = f.doomed;
+        if (!journaled_ || !f.changes.empty()) changed.push_back(&f);
+    }
+    if (st != RM_OK) commit = false;
+    bool journal = commit && journaled_ && changed.size() > 1;
+    if (journal) st = EndJournaled(changed);
+    for (TxnFile& f : c.txn.files) {
+        bool keep = commit && std::find(changed.begin(), changed.end(), &f) != changed.end();
+        if (journal && keep) continue;  // ended with the journal
         Status fs = RM_OK;
         TxnKeeper().Run([&] {
-            if (commit && !f.doomed && st == RM_OK) {
+            if (keep && st == RM_OK) {
                 fs = f.env->CommitWrite(f.txn, f.state);
             } else {
                 f.env->AbortWrite(f.txn);
-                fs = commit ? (f.doomed ? f.doomed : st) : RM_OK;
+                fs = keep ? st : RM_OK;
             }
         });
         if (fs == kMapFull) fs = RM_DISK_FULL;
         if (st == RM_OK) st = fs;
+        // Journals applied before are flushed with this commit.
+        if (keep && fs == RM_OK) RemoveNames(f.retire);
+    }
+    for (TxnFile& f : c.txn.files) {
         f.env->txnOwner = nullptr;
         f.env->ReleaseTxnMark();
         f.env->ReleaseWriterSlot();

@@ -147,6 +147,7 @@ Status Store::PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, co
     }
     std::memcpy(p, data, len);
     MDB_val k = Val(&address, 4), v = Val(scratch_.data(), scratch_.size());
+    NoteRecord(address);
     int rc = mdb_put(txn_, env_.records(), &k, &v, flags);
     if (rc == MDB_KEYEXIST) return RM_IO_ERROR;  // addresses are never reused
     return StatusOf(rc);
@@ -193,6 +194,7 @@ Status Store::AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint
         state.UniqueRef(key.id)++;
     }
     MDB_val k = Val(e.bytes, e.len), v = EntryValue(key, address, version, data, len);
+    NoteEntry(key, e.bytes, e.len);
     int rc = mdb_put(txn_, dbi, &k, &v, key.Duplicates() ? 0 : MDB_NOOVERWRITE);
     if (rc == MDB_KEYEXIST) return RM_DUPLICATE_KEY;
     return StatusOf(rc);
@@ -201,6 +203,7 @@ Status Store::AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint
 Status Store::RemoveEntry(FileState& state, const KeyDef& key, const Entry& e) {
     MDB_dbi dbi = IndexDbi(key);
     MDB_val k = Val(e.bytes, e.len);
+    NoteEntry(key, e.bytes, e.len);
     int rc = mdb_del(txn_, dbi, &k, nullptr);
     if (rc == MDB_NOTFOUND) return RM_IO_ERROR;  // the index lost an entry
     if (rc != 0) return StatusOf(rc);
@@ -365,6 +368,7 @@ Status Store::Update(FileState& state, const StoredRecord& old, const uint8_t* d
                 // Same place in the index, new copy of the record.
                 MDB_val k = Val(c.oldEntry.bytes, c.oldEntry.len),
                         v = EntryValue(key, address, newVersion, data, len);
+                NoteEntry(key, c.oldEntry.bytes, c.oldEntry.len);
                 if (int rc = mdb_put(txn_, IndexDbi(key), &k, &v, 0)) return StatusOf(rc);
             }
         }
@@ -384,6 +388,7 @@ Status Store::Delete(FileState& state, const StoredRecord& old) {
         if (Status st = RemoveEntry(state, *key, e)) return st;
     uint32_t address = old.address;
     MDB_val k = Val(&address, 4);
+    NoteRecord(address);
     if (int rc = mdb_del(txn_, env_.records(), &k, nullptr)) return StatusOf(rc);
     if (state.records > 0) state.records--;
     return RM_OK;

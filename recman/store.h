@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "recman/changes.h"
 #include "recman/filedef.h"
 #include "recman/fileenv.h"
 #include "recman/recman.h"
@@ -71,7 +72,9 @@ inline uint32_t AddressOf(const MDB_val& v) {
 
 class Store {
   public:
-    Store(FileEnv& env, MDB_txn* txn) : env_(env), txn_(txn) {}
+    // `changes`, when given, notes every key written (for a commit journal).
+    Store(FileEnv& env, MDB_txn* txn, ChangeSet* changes = nullptr)
+        : env_(env), txn_(txn), changes_(changes) {}
 
     const FileDef& def() const { return env_.def(); }
     MDB_txn* txn() const { return txn_; }
@@ -107,9 +110,16 @@ class Store {
     Status PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, const uint8_t* data,
                      uint32_t len, unsigned flags);
     MDB_dbi IndexDbi(const KeyDef& key) const { return env_.Index(key.id); }
+    void NoteRecord(const uint32_t& address) {
+        if (changes_) changes_->Note(ChangeDb::Records, 0, &address, 4);
+    }
+    void NoteEntry(const KeyDef& key, const void* bytes, size_t n) {
+        if (changes_) changes_->Note(ChangeDb::Index, key.id, bytes, n);
+    }
 
     FileEnv& env_;
     MDB_txn* txn_;
+    ChangeSet* changes_;
     std::string scratch_;
     std::string value_;
 };
