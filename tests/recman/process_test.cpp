@@ -12,34 +12,10 @@
 
 namespace {
 
+using rmtest::ExitCode;
 using rmtest::Handle;
+using rmtest::Pipe;
 constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
-
-// A pipe a child and its parent signal each other through, one byte at a time.
-struct Pipe {
-    int fd[2];
-    Pipe() {
-        if (pipe(fd) != 0) std::abort();
-    }
-    ~Pipe() {
-        close(fd[0]);
-        close(fd[1]);
-    }
-    void Send(char c = 1) {
-        if (write(fd[1], &c, 1) != 1) std::abort();
-    }
-    char Wait() {
-        char c = 0;
-        if (read(fd[0], &c, 1) != 1) std::abort();
-        return c;
-    }
-};
-
-int ExitCode(pid_t pid) {
-    int status;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
 
 class ProcessTest : public ::testing::Test {
   protected:

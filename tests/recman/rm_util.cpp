@@ -1,7 +1,10 @@
 #include "rm_util.h"
 
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 
@@ -67,6 +70,46 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);
+}
+
+std::string Image(const std::string& path) {
+    Handle h(77);
+    if (h.Open(path)) return "unopenable";
+    std::string out;
+    std::vector<uint8_t> rec;
+    for (int st = h.Get(RM_STEP_FIRST, 0, rec); st == RM_OK; st = h.Get(RM_STEP_NEXT, 0, rec)) {
+        uint32_t a;
+        h.Position(a);
+        out += std::to_string(a) + ":" + std::string(rec.begin(), rec.end()) + ";";
+    }
+    std::vector<uint8_t> stat;
+    h.Stat(stat);
+    return out + std::string(stat.begin(), stat.end());
+}
+
+Pipe::Pipe() {
+    if (pipe(fd) != 0) std::abort();
+}
+
+Pipe::~Pipe() {
+    close(fd[0]);
+    close(fd[1]);
+}
+
+void Pipe::Send(char c) {
+    if (write(fd[1], &c, 1) != 1) std::abort();
+}
+
+char Pipe::Wait() {
+    char c = 0;
+    if (read(fd[0], &c, 1) != 1) std::abort();
+    return c;
+}
+
+int ExitCode(pid_t pid) {
+    int status;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 int16_t CreateFile(const std::string& path, const std::vector<uint8_t>& spec, int8_t mode) {

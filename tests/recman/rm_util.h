@@ -3,6 +3,7 @@
 #pragma once
 
 #include <dbfile/recman.h>
+#include <sys/types.h>
 
 #include <array>
 #include <cstdint>
@@ -52,6 +53,23 @@ class TempDir {
 
 int16_t CreateFile(const std::string& path, const std::vector<uint8_t>& spec,
                    int8_t mode = RM_CREATE_REPLACE);
+
+// Everything a reader can see of a file: records by address, and Stat.
+std::string Image(const std::string& path);
+
+// A pipe a child and its parent signal each other through, one byte at a time.
+struct Pipe {
+    int fd[2];
+    Pipe();
+    ~Pipe();
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    void Send(char c = 1);
+    char Wait();
+};
+
+// Waits for the child; its exit code, or 128 + the signal that ended it.
+int ExitCode(pid_t pid);
 
 // One open handle of one client.
 class Handle {

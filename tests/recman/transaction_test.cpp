@@ -9,6 +9,7 @@
 namespace {
 
 using rmtest::Handle;
+using rmtest::Image;
 constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE, DUP = RM_KEY_DUPLICATES, MOD = RM_KEY_MODIFIABLE;
 
 int16_t Txn(uint16_t op, uint16_t client) {
@@ -21,22 +22,6 @@ std::vector<uint8_t> Rec(int id, int group) {
     rmtest::Put32(r.data(), uint32_t(id));
     rmtest::Put32(r.data() + 4, uint32_t(group));
     return r;
-}
-
-// Everything a reader can see of a file: records by address, and Stat.
-std::string Image(const std::string& path) {
-    Handle h(77);
-    if (h.Open(path)) return "unopenable";
-    std::string out;
-    std::vector<uint8_t> rec;
-    for (int st = h.Get(RM_STEP_FIRST, 0, rec); st == RM_OK; st = h.Get(RM_STEP_NEXT, 0, rec)) {
-        uint32_t a;
-        h.Position(a);
-        out += std::to_string(a) + ":" + std::string(rec.begin(), rec.end()) + ";";
-    }
-    std::vector<uint8_t> stat;
-    h.Stat(stat);
-    return out + std::string(stat.begin(), stat.end());
 }
 
 class TransactionTest : public ::testing::Test {

@@ -1,0 +1,232 @@
+// Transactions over several files, with the process killed at each step of
+// End and at random moments, recovered by whoever opens the files next.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include "ledger.h"
+#include "recman/check.h"
+
+namespace {
+
+using rmtest::ExitCode;
+using rmtest::Ledger;
+using rmtest::LedgerClient;
+
+constexpr int kKilled = 128 + SIGKILL;
+
+#ifndef RECMAN_FAULTS
+#define NEED_FAULTS() GTEST_SKIP() << "fault points are compiled only into the test build"
+#else
+#define NEED_FAULTS() (void)0
+#endif
+
+// Child: runs transfers from `first` on, writing each number End answered 0
+// for to `fd`, until it is killed. Ending by itself is a failure.
+[[noreturn]] void Transfers(const Ledger& l, uint32_t first, int fd, const char* sync,
+                            const std::string& fault) {
+    setenv("RECMAN_SYNC", sync, 1);
+    if (!fault.empty()) setenv("RECMAN_FAULT", fault.c_str(), 1);
+    LedgerClient c(l, 1);
+    if (c.Open()) _exit(2);
+    for (uint32_t n = first; n < first + 200; ++n) {
+        if (int16_t st = c.Transfer(n)) _exit(st == RM_RECORD_LOCKED ? 4 : 3);
+        if (write(fd, &n, 4) != 4) _exit(5);
+    }
+    _exit(6);  // the fault never came
+}
+
+// Kills a process at every step of End, and at random moments, 200 times
+// over; after each kill the files must hold whole transfers only, every
+// transfer End confirmed, and no journal once opened.
+TEST(JournalCrash, KilledAtEveryStepAndAtRandom) {
+    NEED_FAULTS();
+    rmtest::TempDir dir;
+    Ledger l(dir.path(), 3);
+    l.Create();
+    // Kept open throughout, so that each audit reuses this process's
+    // storage environments (an audit's opens still settle the journals).
+    LedgerClient held(l, 50);
+    ASSERT_EQ(held.Open(), RM_OK);
+    const char* steps[] = {"journal", "commit", "file1", "file2", "file3", "cleanup", nullptr};
+    std::mt19937 rng(std::random_device{}());
+    uint32_t next = 0;
+    std::set<uint32_t> everCommitted;
+    for (int round = 0; round < 200; ++round) {
+        const char* step = steps[round % 7];
+        const char* sync = (round / 7) % 2 ? "normal" : "off";
+        std::string fault = step ? std::string(step) + "@" + std::to_string(1 + rng() % 3) : "";
+        int fds[2];
+        ASSERT_EQ(pipe(fds), 0);
+        pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            close(fds[0]);
+            Transfers(l, next, fds[1], sync, fault);
+        }
+        close(fds[1]);
+        std::set<uint32_t> committed;
+        uint32_t n;
+        if (!step) {
+            // Let it get going, then kill it wherever it is.
+            ASSERT_EQ(read(fds[0], &n, 4), 4) << "the child confirmed nothing";
+            committed.insert(n);
+            std::this_thread::sleep_for(std::chrono::microseconds(rng() % 20000));
+            kill(pid, SIGKILL);
+        }
+        ASSERT_EQ(ExitCode(pid), kKilled) << "round " << round << " " << fault;
+        while (read(fds[0], &n, 4) == 4)
+            committed.insert(n);
+        close(fds[0]);
+        std::set<uint32_t> present;
+        ASSERT_EQ(rmtest::Audit(l, committed, &present), "")
+            << "round " << round << ": " << (step ? fault : "random") << ", " << sync;
+        for (uint32_t p : present)
+            next = std::max(next, p + 1);
+        everCommitted.insert(committed.begin(), committed.end());
+    }
+    // Nothing confirmed in an earlier round went missing later.
+    ASSERT_EQ(rmtest::Audit(l, everCommitted), "");
+}
+
+// A process that opens one file alone finishes the whole transaction that a
+// dead process committed, in every file, and leaves no journal; before
+// that, the consistency check reports the journal.
+TEST(JournalCrash, AnotherProcessOpeningOneFileFinishesAll) {
+    NEED_FAULTS();
+    for (const char* step : {"commit", "file1"}) {
+        for (int opened = 0; opened < 3; ++opened) {
+            rmtest::TempDir dir;
+            Ledger l(dir.path(), 3);
+            l.Create();
+            uint32_t n = rmtest::TransferOver(3, 3);
+            ASSERT_EQ(rmtest::RunTransfers(l, n, step), kKilled);
+            ASSERT_EQ(rmtest::JournalsIn(dir.path()).size(), 3u);
+            std::vector<std::string> problems;
+            ASSERT_EQ(recman::CheckFile(l.Path(2), problems), RM_OK);
+            ASSERT_EQ(problems.size(), 1u) << step;
+            EXPECT_NE(problems[0].find("not yet applied"), std::string::npos) << problems[0];
+            EXPECT_EQ(rmtest::OpenInChild(l, opened), RM_OK);
+            EXPECT_TRUE(rmtest::JournalsIn(dir.path()).empty()) << step << " " << opened;
+            ASSERT_EQ(rmtest::Audit(l, {n}), "") << step << " " << opened;
+        }
+    }
+}
+
+// Three processes open the three files of a transaction left committed at
+// the same moment: each settles what it can take, none waits for another,
+// and together they finish it.
+TEST(JournalCrash, ThreeProcessesRecoverAtOnce) {
+    NEED_FAULTS();
+    for (const char* step : {"commit", "file1", "journal"}) {
+        rmtest::TempDir dir;
+        Ledger l(dir.path(), 3);
+        l.Create();
+        uint32_t n = rmtest::TransferOver(3, 3);
+        ASSERT_EQ(rmtest::RunTransfers(l, n, step), kKilled);
+        int gate[2];
+        ASSERT_EQ(pipe(gate), 0);
+        std::vector<pid_t> pids;
+        for (int i = 0; i < 3; ++i) {
+            pid_t pid = fork();
+            if (pid == 0) {
+                close(gate[1]);
+                char c;
+                if (read(gate[0], &c, 1) != 0) _exit(9);  // released together, by the close
+                rmtest::Handle h(3);
+                _exit(h.Open(l.Path(i)));
+            }
+            pids.push_back(pid);
+        }
+        close(gate[0]);
+        close(gate[1]);
+        for (pid_t pid : pids)
+            EXPECT_EQ(ExitCode(pid), RM_OK) << step;
+        EXPECT_TRUE(rmtest::JournalsIn(dir.path()).empty()) << step;
+        std::set<uint32_t> present;
+        ASSERT_EQ(rmtest::Audit(l, {}, &present), "") << step;
+        EXPECT_EQ(present.count(n), std::string(step) != "journal" ? 1u : 0u) << step;
+    }
+}
+
+// A transaction killed before its commit record is gone for everyone, as
+// seen from any one of its files.
+TEST(JournalCrash, UncommittedJournalIsDiscarded) {
+    NEED_FAULTS();
+    rmtest::TempDir dir;
+    Ledger l(dir.path(), 3);
+    l.Create();
+    uint32_t n = rmtest::TransferOver(3, 3);
+    ASSERT_EQ(rmtest::RunTransfers(l, n, "journal"), kKilled);
+    std::vector<std::string> problems;
+    ASSERT_EQ(recman::CheckFile(l.Path(0), problems), RM_OK);
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_NE(problems[0].find("never committed"), std::string::npos) << problems[0];
+    EXPECT_EQ(rmtest::OpenInChild(l, 1), RM_OK);
+    EXPECT_TRUE(rmtest::JournalsIn(dir.path()).empty());
+    std::set<uint32_t> present;
+    ASSERT_EQ(rmtest::Audit(l, {}, &present), "");
+    EXPECT_TRUE(present.empty());
+}
+
+// Recovery killed after applying the journal to one file, then to another,
+// and run again: the transaction ends whole, each file taking it once.
+TEST(JournalCrash, RecoveryKilledAndRunAgain) {
+    NEED_FAULTS();
+    rmtest::TempDir dir;
+    Ledger l(dir.path(), 3);
+    l.Create();
+    uint32_t n = rmtest::TransferOver(3, 3);
+    ASSERT_EQ(rmtest::RunTransfers(l, n, "commit"), kKilled);
+    EXPECT_EQ(rmtest::OpenInChild(l, 1, "recover"), kKilled);
+    EXPECT_EQ(rmtest::JournalsIn(dir.path()).size(), 3u);
+    EXPECT_EQ(rmtest::OpenInChild(l, 2, "recover@2"), kKilled);
+    EXPECT_EQ(rmtest::OpenInChild(l, 0), RM_OK);
+    ASSERT_EQ(rmtest::Audit(l, {n}), "");
+}
+
+// Two processes run transfers over files they share, competing for them:
+// every transfer arrives whole and the total holds. One flushes its
+// commits and the other not, so each meets the journals the other leaves.
+TEST(JournalCrash, TwoProcessesOnOverlappingFiles) {
+    constexpr uint32_t kEach = 40;
+    rmtest::TempDir dir;
+    Ledger l(dir.path(), 3);
+    l.Create();
+    std::vector<pid_t> pids;
+    for (int p = 0; p < 2; ++p) {
+        pid_t pid = fork();
+        if (pid == 0) {
+            setenv("RECMAN_SYNC", p ? "normal" : "off", 1);
+            setenv("RECMAN_LOCK_WAIT_MS", "600000", 1);
+            LedgerClient c(l, 1);
+            if (c.Open()) _exit(2);
+            for (uint32_t n = p * 10000; n < p * 10000 + kEach; ++n) {
+                // A file taken by the other transaction, or a record it
+                // changed meanwhile, sends the transfer round again.
+                int16_t st;
+                while ((st = c.Transfer(n, true)) == RM_RECORD_LOCKED || st == RM_CONFLICT) {
+                }
+                if (st) _exit(st);
+            }
+            _exit(0);
+        }
+        pids.push_back(pid);
+    }
+    for (pid_t pid : pids)
+        EXPECT_EQ(ExitCode(pid), 0);
+    std::set<uint32_t> all;
+    for (uint32_t n = 0; n < kEach; ++n) {
+        all.insert(n);
+        all.insert(10000 + n);
+    }
+    std::set<uint32_t> present;
+    ASSERT_EQ(rmtest::Audit(l, all, &present), "");
+    EXPECT_EQ(present, all);
+}
+
+}  // namespace
