@@ -114,8 +114,11 @@ class Engine {
     // Commit journals (ops_journal.cpp). A transaction that changed several
     // files ends through one; every file's storage transaction ends in it.
     Status EndJournaled(const std::vector<TxnFile*>& files);
+    // Puts the counters and the journal's mark into each file's storage
+    // transaction and gathers the journal; `paths` and `copy` say where the
+    // files lie.
     Status PrepareJournal(const std::vector<TxnFile*>& files, Journal& j,
-                          std::vector<std::string>& sidecars, std::vector<bool>& copy);
+                          std::vector<std::string>& paths, std::vector<bool>& copy);
     // A writer that has just taken a file's writer slot settles the journals
     // beside it first.
     Status SettleForWrite(FileEnv& env, Leftover& left);
@@ -224,7 +227,7 @@ Status Engine::RunSingleWrite(Handle& h, F&& change) {
         }
     }
     // This commit, flushed, makes the journals applied before it removable.
-    if (st == RM_OK) RemoveNames(left.sidecars);
+    if (st == RM_OK) RetireNames(left.sidecars, false);
     env.ReleaseWriterSlot();
     if (ownQueue) env.ReleaseQueue();
     return st;

@@ -9,7 +9,8 @@
 //                  copies (files on other file systems)
 //   commit         after the commit record is durable
 //   file1, file2.. after that many files of the transaction are committed
-//   cleanup        after the first journal is removed once its files are done
+//   cleanup        after the first journal done with is retired (or names of
+//                  it removed)
 //   recover        after recovery has applied a journal to one file
 // The process kills itself there (SIGKILL). "fail:journal-write" makes the
 // writing of a journal answer that the disk is full.

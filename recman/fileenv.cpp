@@ -451,6 +451,26 @@ Status FileEnv::LoadMark(MDB_txn* txn, JournalId& id) {
     return RM_OK;
 }
 
+bool FileEnv::MayHaveJournals() {
+    MDB_txn* txn;
+    if (Snapshot(txn) != RM_OK) return true;  // look, to be safe
+    MDB_val k = Val(kMarkKey, sizeof(kMarkKey) - 1), v;
+    return mdb_get(txn, metaDbi_, &k, &v) != MDB_NOTFOUND;
+}
+
+Status FileEnv::AllowJournals() {
+    MDB_txn* txn;
+    FileState state;
+    if (Status st = BeginWrite(txn, state)) return st;
+    JournalId none{};
+    Status st = PutMark(txn, none);
+    if (st != RM_OK) {
+        AbortWrite(txn);
+        return st == kMapFull ? RM_DISK_FULL : st;
+    }
+    return Commit(txn);
+}
+
 Status FileEnv::Commit(MDB_txn* txn) {
     uint64_t id = mdb_txn_id(txn);
     int rc = mdb_txn_commit(txn);

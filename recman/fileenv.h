@@ -92,6 +92,12 @@ class FileEnv {
     Status Commit(MDB_txn* txn);
     // The mark of the last journal applied to the file (zeros when none).
     Status LoadMark(MDB_txn* txn, JournalId& id);
+    // Whether journals may lie beside the file: it carries a mark (zeros
+    // until a journal is applied) from the first time a transaction took
+    // it, before any journal can name it. Files without one are not looked
+    // beside at each write.
+    bool MayHaveJournals();
+    Status AllowJournals();
     // The file's last commit as a write transaction sees it.
     static uint64_t BaseOf(MDB_txn* txn) { return uint64_t(mdb_txn_id(txn)) - 1; }
     // The last commit of the file, by any process.

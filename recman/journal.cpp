@@ -103,6 +103,8 @@ std::string EncodeCommitRecord(const JournalId& id, const std::string& body) {
 }
 
 JournalState DecodeJournal(const uint8_t* p, size_t n, Journal& out) {
+    if (n >= sizeof(kRetiredMark) && std::memcmp(p, kRetiredMark, sizeof(kRetiredMark)) == 0)
+        return JournalState::Retired;
     ByteReader r(p, n);
     uint32_t magic;
     uint16_t version, flags, count;
@@ -129,8 +131,8 @@ JournalState DecodeJournal(const uint8_t* p, size_t n, Journal& out) {
     bodyLen += 8;
     out = std::move(j);
 
-    // The commit record: exactly what is left, naming this body.
-    if (r.left() != kCommitRecordSize) return JournalState::Uncommitted;
+    // The commit record, right after the body and naming it.
+    if (r.left() < kCommitRecordSize) return JournalState::Uncommitted;
     const uint8_t* rec = p + bodyLen;
     JournalId id;
     uint32_t len;

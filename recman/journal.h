@@ -8,7 +8,9 @@
 // key is gone). It ends in a checksum of itself. The commit record repeats
 // the id, the body's length and checksum, and carries a checksum of its own.
 // A body whose checksum fails is unreadable; a readable body without a valid
-// commit record was never committed.
+// commit record right after it was never committed. What follows the commit
+// record is ignored: journal files are reused. A journal that is done with
+// is retired by overwriting its first bytes with another mark.
 #pragma once
 
 #include <array>
@@ -42,12 +44,15 @@ struct Journal {
 };
 
 enum class JournalState {
+    Retired,      // done with: nothing in it counts
     Unreadable,   // not a journal, or a body cut short or damaged
     Uncommitted,  // a whole body without a valid commit record
     Committed,
 };
 
 inline constexpr size_t kCommitRecordSize = 4 + 16 + 4 + 8 + 8;
+// The first bytes of a retired journal.
+inline constexpr char kRetiredMark[4] = {'R', 'M', 'J', '-'};
 
 std::string EncodeJournalBody(const Journal& j);
 std::string EncodeCommitRecord(const JournalId& id, const std::string& body);

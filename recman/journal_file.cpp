@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "recman/fault.h"
@@ -56,6 +57,16 @@ bool SameFile(const struct stat& a, const std::string& path) {
     return ::stat(path.c_str(), &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
+constexpr size_t kPage = 4096;
+
+// True when `fd` is a retired journal; `sb` receives its status.
+bool IsRetired(int fd, struct stat& sb) {
+    char head[sizeof(kRetiredMark)];
+    return ::fstat(fd, &sb) == 0 && S_ISREG(sb.st_mode) &&
+           ::pread(fd, head, sizeof(head), 0) == ssize_t(sizeof(head)) &&
+           std::memcmp(head, kRetiredMark, sizeof(head)) == 0;
+}
+
 bool SyncDir(const std::string& dir) {
     int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return false;
@@ -85,11 +96,29 @@ void RemoveSidecars(const std::string& file) {
         ::unlink(SidecarPath(file, slot).c_str());
 }
 
-bool RemoveNames(const std::vector<std::string>& names) {
-    bool ok = true;
-    for (const std::string& n : names)
-        if (::unlink(n.c_str()) != 0 && errno != ENOENT) ok = false;
-    return ok;
+void RetireNames(const std::vector<std::string>& names, bool remove) {
+    std::vector<bool> done(names.size());
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (done[i]) continue;
+        // The names given of this journal file.
+        struct stat sb {};
+        if (::stat(names[i].c_str(), &sb) != 0) continue;
+        std::vector<size_t> same{i};
+        for (size_t j = i + 1; j < names.size(); ++j)
+            if (!done[j] && SameFile(sb, names[j])) same.push_back(j);
+        for (size_t j : same)
+            done[j] = true;
+        int fd = -1;
+        if (!remove && same.size() == size_t(sb.st_nlink))
+            fd = ::open(names[i].c_str(), O_WRONLY | O_CLOEXEC);
+        bool marked = fd >= 0 && ::pwrite(fd, kRetiredMark, sizeof(kRetiredMark), 0) ==
+                                     ssize_t(sizeof(kRetiredMark));
+        if (fd >= 0) ::close(fd);
+        if (!marked)
+            for (size_t j : same)
+                ::unlink(names[j].c_str());
+        FaultPoint("cleanup");
+    }
 }
 
 FoundJournal ReadFound(const std::string& file, const std::string& sidecar) {
@@ -141,24 +170,86 @@ FoundJournal ReadFound(const std::string& file, const std::string& sidecar) {
 JournalWriter::~JournalWriter() {
     for (int fd : fds_)
         ::close(fd);
+    if (reused_ >= 0 && fds_.empty()) ::close(reused_);
 }
 
-Status JournalWriter::Write(const std::string& body, const std::vector<std::string>& sidecars,
-                            const std::vector<bool>& copy) {
+Status JournalWriter::Place(const std::vector<std::string>& files, const std::vector<bool>& copy) {
+    size_t n = files.size();
+    names_.assign(n, std::string());
+    existing_.assign(n, false);
+    copy_ = copy;
+    bool anyCopy = std::find(copy.begin(), copy.end(), true) != copy.end();
+    // A retired journal beside the first file whose every name lies beside
+    // one of these files takes this one.
+    for (int slot = 0; slot < 2 && reused_ < 0 && !anyCopy; ++slot) {
+        std::string p = SidecarPath(files[0], slot);
+        int fd = ::open(p.c_str(), O_RDWR | O_CLOEXEC);
+        if (fd < 0) continue;
+        struct stat sb {};
+        size_t named = 0;
+        if (IsRetired(fd, sb)) {
+            for (size_t i = 0; i < n; ++i)
+                for (int s = 0; s < 2 && names_[i].empty(); ++s)
+                    if (SameFile(sb, SidecarPath(files[i], s))) {
+                        names_[i] = SidecarPath(files[i], s);
+                        existing_[i] = true;
+                        ++named;
+                    }
+        }
+        if (named > 0 && named == size_t(sb.st_nlink)) {
+            reused_ = fd;
+            continue;
+        }
+        ::close(fd);
+        names_.assign(n, std::string());
+        existing_.assign(n, false);
+    }
+    // Free names for the others: one not in use, else a retired journal's
+    // (let go of here; it is not this one's).
+    for (size_t i = 0; i < n; ++i) {
+        for (int s = 0; s < 2 && names_[i].empty(); ++s) {
+            std::string p = SidecarPath(files[i], s);
+            struct stat sb {};
+            if (::lstat(p.c_str(), &sb) != 0 && errno == ENOENT) names_[i] = p;
+        }
+        for (int s = 0; s < 2 && names_[i].empty(); ++s) {
+            std::string p = SidecarPath(files[i], s);
+            int fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+            struct stat sb {};
+            bool retired = fd >= 0 && IsRetired(fd, sb);
+            if (fd >= 0) ::close(fd);
+            if (retired && ::unlink(p.c_str()) == 0) names_[i] = p;
+        }
+        if (names_[i].empty()) return RM_IO_ERROR;  // two live journals beside it
+    }
+    return RM_OK;
+}
+
+Status JournalWriter::Write(const std::string& body) {
     bodyLen_ = body.size();
-    for (size_t i = 0; i < sidecars.size(); ++i) {
-        const std::string& name = sidecars[i];
-        if (i > 0 && !copy[i]) {
-            if (::link(sidecars[0].c_str(), name.c_str()) != 0) return IoStatus(errno);
-            names_.push_back(name);
-        } else {
+    size_t first = 0;
+    if (reused_ >= 0) {
+        fds_.push_back(reused_);
+        if (!WriteAll(reused_, body, 0)) return IoStatus(errno);
+        while (!existing_[first])
+            ++first;
+    }
+    for (size_t i = 0; i < names_.size(); ++i) {
+        if (existing_[i]) continue;
+        const std::string& name = names_[i];
+        if ((reused_ < 0 && i == 0) || copy_[i]) {
             int fd = ::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
             if (fd < 0) return IoStatus(errno);
-            names_.push_back(name);
+            made_.push_back(name);
             fds_.push_back(fd);
             if (!WriteAll(fd, body, 0)) return IoStatus(errno);
-            if (FaultFails("journal-write")) return RM_DISK_FULL;
+        } else {
+            if (::link(names_[first].c_str(), name.c_str()) != 0) return IoStatus(errno);
+            made_.push_back(name);
         }
+    }
+    if (FaultFails("journal-write")) return RM_DISK_FULL;
+    for (const std::string& name : names_) {
         std::string dir = fs::path(name).parent_path().string();
         if (std::find(dirs_.begin(), dirs_.end(), dir) == dirs_.end()) dirs_.push_back(dir);
     }
@@ -166,8 +257,12 @@ Status JournalWriter::Write(const std::string& body, const std::vector<std::stri
 }
 
 Status JournalWriter::Commit(const std::string& record, SyncMode mode) {
+    // Zeros after the record keep the file a whole number of pages long, so
+    // that a reused journal seldom grows.
+    std::string tail = record;
+    tail.resize(((bodyLen_ + record.size() + kPage - 1) / kPage) * kPage - bodyLen_, '\0');
     for (size_t i = 0; i < fds_.size(); ++i) {
-        if (!WriteAll(fds_[i], record, off_t(bodyLen_))) return IoStatus(errno);
+        if (!WriteAll(fds_[i], tail, off_t(bodyLen_))) return IoStatus(errno);
         if (mode != SyncMode::Off && ::fsync(fds_[i]) != 0) return IoStatus(errno);
         // The names are made durable with the journal by the file systems
         // that journal their metadata; a full flush asks for them anyway.
@@ -180,13 +275,13 @@ Status JournalWriter::Commit(const std::string& record, SyncMode mode) {
 }
 
 void JournalWriter::Discard() {
-    for (int fd : fds_) {
-        if (::ftruncate(fd, off_t(bodyLen_)) == 0) (void)::fdatasync(fd);
-        ::close(fd);
-    }
-    fds_.clear();
-    RemoveNames(names_);
-    names_.clear();
+    // Retired first, so that a name that stays reads as nothing.
+    for (int fd : fds_)
+        if (::pwrite(fd, kRetiredMark, sizeof(kRetiredMark), 0) == ssize_t(sizeof(kRetiredMark)))
+            (void)::fdatasync(fd);
+    for (const std::string& name : made_)
+        ::unlink(name.c_str());
+    made_.clear();
 }
 
 }  // namespace recman

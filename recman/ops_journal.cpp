@@ -48,12 +48,12 @@ void Engine::SetJournalForComparison(bool on) {
 
 Status Engine::SettleForWrite(FileEnv& env, Leftover& left) {
     left = Leftover{};
-    if (!journaled_) return RM_OK;
+    if (!journaled_ || !env.MayHaveJournals()) return RM_OK;
     return SettleJournals(env, Retire::AfterNextCommit, left);
 }
 
 Status Engine::PrepareJournal(const std::vector<TxnFile*>& files, Journal& j,
-                              std::vector<std::string>& sidecars, std::vector<bool>& copy) {
+                              std::vector<std::string>& paths, std::vector<bool>& copy) {
     static const char kState[] = "state";
     fs::path home = fs::path(files[0]->env->canonicalPath()).parent_path();
     dev_t homeDev = DeviceOf(home);
@@ -75,13 +75,7 @@ Status Engine::PrepareJournal(const std::vector<TxnFile*>& files, Journal& j,
         copy.push_back(jf.copy);
         j.files.push_back(std::move(jf));
 
-        // A file keeps at most one journal of its own beside it: the new
-        // one takes the other name.
-        std::vector<std::string> there = SidecarsOf(file.string());
-        if (there.size() > 1) return RM_IO_ERROR;
-        std::string name = SidecarPath(file.string(), 0);
-        if (!there.empty() && there[0] == name) name = SidecarPath(file.string(), 1);
-        sidecars.push_back(name);
+        paths.push_back(file.string());
 
         // Recovery applies the journal to the very commit it was made on, so
         // that commit must survive a stopped machine: flushed, or able to be
@@ -98,14 +92,15 @@ Status Engine::EndJournaled(const std::vector<TxnFile*>& files) {
         mode = Strictest(mode, f->env->syncMode());
     Journal j;
     j.id = NewJournalId();
-    std::vector<std::string> sidecars;
+    std::vector<std::string> paths;
     std::vector<bool> copy;
     JournalWriter writer;
     std::string body;
-    Status st = PrepareJournal(files, j, sidecars, copy);
+    Status st = PrepareJournal(files, j, paths, copy);
+    if (st == RM_OK) st = writer.Place(paths, copy);
     if (st == RM_OK) {
         body = EncodeJournalBody(j);
-        st = writer.Write(body, sidecars, copy);
+        st = writer.Write(body);
     }
     if (st == RM_OK) {
         FaultPoint("journal");
@@ -139,18 +134,14 @@ Status Engine::EndJournaled(const std::vector<TxnFile*>& files) {
     // This one goes at once where the commits were flushed whole (or not at
     // all); with only the data flushed, it stays until each file's next
     // flushed commit, able to redo this one.
-    bool first = true;
-    auto remove = [&](const std::vector<std::string>& names) {
-        if (names.empty()) return;
-        RemoveNames(names);
-        if (first) FaultPoint("cleanup");
-        first = false;
-    };
+    std::vector<std::string> before, now;
     for (size_t i = 0; i < files.size(); ++i) {
         if (!done[i]) continue;
-        remove(files[i]->retire);
-        if (files[i]->env->syncMode() != SyncMode::Normal) remove({sidecars[i]});
+        before.insert(before.end(), files[i]->retire.begin(), files[i]->retire.end());
+        if (files[i]->env->syncMode() != SyncMode::Normal) now.push_back(writer.names()[i]);
     }
+    RetireNames(before, false);
+    RetireNames(now, mode == SyncMode::Off);
     return RM_OK;
 }
 

@@ -39,6 +39,8 @@ Status Engine::JoinFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*
     TxnFile f;
     f.env = env;
     st = SettleForWrite(*env, left);
+    // A file a transaction takes may come to be named by a journal.
+    if (st == RM_OK && journaled_ && !env->MayHaveJournals()) st = env->AllowJournals();
     if (st == RM_OK) TxnKeeper().Run([&] { st = env->BeginWrite(f.txn, f.state); });
     if (st) {
         env->ReleaseTxnMark();
@@ -84,7 +86,7 @@ void Engine::EndFiles(Client& c, bool commit, Status& st) {
         if (fs == kMapFull) fs = RM_DISK_FULL;
         if (st == RM_OK) st = fs;
         // Journals applied before are flushed with this commit.
-        if (keep && fs == RM_OK) RemoveNames(f.retire);
+        if (keep && fs == RM_OK) RetireNames(f.retire, false);
     }
     for (TxnFile& f : c.txn.files) {
         f.env->txnOwner = nullptr;

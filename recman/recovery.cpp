@@ -68,16 +68,18 @@ Status SettleJournals(FileEnv& env, Retire retire, Leftover& left,
         js.push_back(ReadFound(file, n));
 
     // A journal never committed reached no file: it goes. Committed ones
-    // apply in the order they were made on this file.
+    // apply in the order they were made on this file. Without flushing,
+    // journals are not kept for reuse: they would only slow writers down.
+    bool remove = env.syncMode() == SyncMode::Off;
     std::vector<std::string> discard;
     std::vector<const FoundJournal*> todo;
     for (const FoundJournal& j : js) {
-        if (j.state != JournalState::Committed)
-            discard.push_back(j.sidecar);
-        else
+        if (j.state == JournalState::Committed)
             todo.push_back(&j);
+        else if (j.state != JournalState::Retired || remove)
+            discard.push_back(j.sidecar);
     }
-    RemoveNames(discard);
+    RetireNames(discard, remove);
     Status st = RM_OK;
     for (const FoundJournal* j : todo)
         if (j->self < 0) st = RM_IO_ERROR;  // it does not list this file
@@ -116,7 +118,7 @@ Status SettleJournals(FileEnv& env, Retire retire, Leftover& left,
     std::vector<std::string> gone;
     for (auto& [name, applied] : done)
         gone.push_back(name);
-    RemoveNames(gone);
+    RetireNames(gone, remove);
     return st;
 }
 
@@ -125,6 +127,7 @@ void DescribeJournals(FileEnv& env, MDB_txn* txn, std::vector<std::string>& prob
     for (const std::string& n : SidecarsOf(file)) {
         FoundJournal f = ReadFound(file, n);
         std::string name = "commit journal " + NameOf(n);
+        if (f.state == JournalState::Retired) continue;
         if (f.state != JournalState::Committed) {
             problems.push_back(name + " was never committed: the next open discards it");
             continue;
