@@ -81,14 +81,16 @@ TEST(JournalFormat, OnlyAWholeJournalIsCommitted) {
         bad[i] = char(bad[i] ^ (1 << (i % 8)));
         EXPECT_NE(Decode(bad), recman::JournalState::Committed) << "bit flipped in byte " << i;
     }
-    // Another journal's commit record does not commit this one, nor does
-    // anything after a commit record.
+    // Another journal's commit record does not commit this one. What
+    // follows a commit record (a reused file's old bytes) does not count;
+    // a journal marked retired counts for nothing.
     recman::Journal other;
-    std::string otherBody;
-    Committed(other, otherBody);
+    std::string otherBody, otherWhole = Committed(other, otherBody);
     EXPECT_EQ(Decode(body + recman::EncodeCommitRecord(other.id, body)),
               recman::JournalState::Uncommitted);
-    EXPECT_EQ(Decode(whole + "x"), recman::JournalState::Uncommitted);
+    EXPECT_EQ(Decode(whole + otherWhole), recman::JournalState::Committed);
+    EXPECT_EQ(Decode(body + otherWhole), recman::JournalState::Uncommitted);
+    EXPECT_EQ(Decode("RMJ-" + whole.substr(4)), recman::JournalState::Retired);
 }
 
 class JournalTest : public ::testing::Test {

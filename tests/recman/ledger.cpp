@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <map>
 
 #include "recman/check.h"
@@ -241,7 +242,10 @@ std::vector<std::string> JournalsIn(const std::string& dir) {
     std::vector<std::string> out;
     for (const auto& e : std::filesystem::directory_iterator(dir)) {
         std::string name = e.path().filename().string();
-        if (name.find("-journal") != std::string::npos) out.push_back(name);
+        if (name.find("-journal") == std::string::npos) continue;
+        char head[4] = {};
+        std::ifstream(e.path()).read(head, 4);
+        if (std::string(head, 4) != "RMJ-") out.push_back(name);
     }
     return out;
 }

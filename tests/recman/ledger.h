@@ -75,7 +75,8 @@ class LedgerClient {
 std::string Audit(const Ledger& l, const std::set<uint32_t>& committed,
                   std::set<uint32_t>* present = nullptr);
 
-// The commit journals in `dir`.
+// The commit journals in `dir` that still count: not those retired and kept
+// for reuse.
 std::vector<std::string> JournalsIn(const std::string& dir);
 
 // The first transfer from `n` on that touches `count` files of a ledger of
