@@ -70,6 +70,7 @@ bench: release
 	$(BUILD)/release/bench/recman_bench --benchmark_counters_tabular=true
 	$(BUILD)/release/bench/writers_bench --benchmark_counters_tabular=true
 	$(BUILD)/release/bench/text_bench
+	$(BUILD)/release/bench/txn_bench
 
 install: release
 	cmake --install $(BUILD)/release --prefix $(or $(PREFIX),/usr/local)
