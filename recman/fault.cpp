@@ -47,8 +47,9 @@ bool Due(const char* step, const char* prefix) {
 
 }  // namespace
 
-void FaultPoint(const char* step) {
-    if (Due(step, "")) ::kill(::getpid(), SIGKILL);
+void FaultPoint(const char* step, int n) {
+    std::string name = n ? step + std::to_string(n) : std::string(step);
+    if (Due(name.c_str(), "")) ::kill(::getpid(), SIGKILL);
 }
 
 bool FaultFails(const char* step) {

@@ -18,11 +18,12 @@
 
 namespace recman {
 
+// `n`, when not 0, is part of the step's name ("file" and 2: "file2").
 #ifdef RECMAN_FAULTS
-void FaultPoint(const char* step);
+void FaultPoint(const char* step, int n = 0);
 bool FaultFails(const char* step);
 #else
-inline void FaultPoint(const char*) {}
+inline void FaultPoint(const char*, int = 0) {}
 inline bool FaultFails(const char*) {
     return false;
 }

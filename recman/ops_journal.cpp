@@ -127,7 +127,7 @@ Status Engine::EndJournaled(const std::vector<TxnFile*>& files) {
             fs = ApplyJournalFile(*f.env, j, i, applied, now);
         }
         done[i] = fs == RM_OK;
-        FaultPoint(("file" + std::to_string(i + 1)).c_str());
+        FaultPoint("file", int(i) + 1);
     }
 
     // The journals applied before go now that these commits flushed them.
