@@ -459,16 +459,19 @@ bool FileEnv::MayHaveJournals() {
 }
 
 Status FileEnv::AllowJournals() {
-    MDB_txn* txn;
-    FileState state;
-    if (Status st = BeginWrite(txn, state)) return st;
-    JournalId none{};
-    Status st = PutMark(txn, none);
-    if (st != RM_OK) {
-        AbortWrite(txn);
-        return st == kMapFull ? RM_DISK_FULL : st;
+    for (int attempt = 0;; ++attempt) {
+        MDB_txn* txn;
+        FileState state;
+        if (Status st = BeginWrite(txn, state)) return st;
+        JournalId none{};
+        Status st = PutMark(txn, none);
+        if (st == RM_OK)
+            st = Commit(txn);
+        else
+            AbortWrite(txn);
+        if (st != kMapFull) return st;
+        if (attempt == 8 || Grow()) return RM_DISK_FULL;  // the map is full: larger, again
     }
-    return Commit(txn);
 }
 
 Status FileEnv::Commit(MDB_txn* txn) {
