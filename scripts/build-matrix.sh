@@ -4,6 +4,7 @@
 # first build that fails and names it.
 #   BUILD_MATRIX_DIR        where the builds go (default build/matrix)
 #   BUILD_MATRIX_COMPILERS  which compilers (default "gcc clang")
+#   BUILD_MATRIX_TYPES      which build types (default all four)
 set -eu
 src=$(cd "$(dirname "$0")/.." && pwd)
 out=${BUILD_MATRIX_DIR:-$src/build/matrix}
@@ -11,7 +12,7 @@ jobs=$(nproc 2>/dev/null || echo 2)
 mkdir -p "$out"
 for compiler in ${BUILD_MATRIX_COMPILERS:-gcc clang}; do
     if [ "$compiler" = gcc ]; then cc=gcc cxx=g++; else cc=clang cxx=clang++; fi
-    for type in Debug Release RelWithDebInfo MinSizeRel; do
+    for type in ${BUILD_MATRIX_TYPES:-Debug Release RelWithDebInfo MinSizeRel}; do
         for tests in ON OFF; do
             dir="$out/$compiler-$type-tests$tests"
             echo "build-matrix: $compiler $type tests=$tests"
