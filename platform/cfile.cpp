@@ -167,6 +167,52 @@ void CFile::Flush() {
     FlushBuffer();
 }
 
+void CFile::SetLength(uint64_t length) {
+    Check();
+    FlushBuffer();
+    if (::ftruncate(m_hFile, off_t(length)) != 0)
+        Fail(CFileException::CauseOf(errno), errno, "sizing");
+    Resync();
+}
+
+void CFile::Resync() {
+    FlushBuffer();
+    bufStart_ = 0;
+    bufLen_ = 0;
+    struct stat st {};
+    if (::fstat(m_hFile, &st) != 0) Fail(CFileException::CauseOf(errno), errno, "stat");
+    size_ = uint64_t(st.st_size);
+}
+
+void CFile::RangeLock(short type, uint64_t position, uint64_t count, bool wait) {
+    Check();
+    if (type == F_UNLCK) FlushBuffer();
+    struct flock fl {};
+    fl.l_type = type;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = off_t(position);
+    fl.l_len = off_t(count);
+    while (::fcntl(m_hFile, wait ? F_OFD_SETLKW : F_OFD_SETLK, &fl) != 0) {
+        if (errno == EINTR) continue;
+        int e = errno;
+        bool held = e == EAGAIN || e == EACCES;
+        Fail(held ? CFileException::lockViolation : CFileException::CauseOf(e), e, "locking");
+    }
+    if (type != F_UNLCK) Resync();
+}
+
+void CFile::LockRange(uint64_t position, uint64_t count) {
+    RangeLock(F_WRLCK, position, count, false);
+}
+
+void CFile::LockRangeWait(uint64_t position, uint64_t count) {
+    RangeLock(F_WRLCK, position, count, true);
+}
+
+void CFile::UnlockRange(uint64_t position, uint64_t count) {
+    RangeLock(F_UNLCK, position, count, false);
+}
+
 size_t CFile::Fill(uint64_t at, size_t want) {
     if (at >= bufStart_ && at < bufStart_ + bufLen_) return size_t(bufStart_ + bufLen_ - at);
     FlushBuffer();

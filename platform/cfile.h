@@ -48,6 +48,19 @@ class CFile {
     unsigned Read(void* buffer, unsigned count);
     void Write(const void* buffer, unsigned count);
     void Flush();
+    // Makes the file `length` bytes long.
+    void SetLength(uint64_t length);
+
+    // Byte-range locks: the kernel's open-file-description locks, which hold
+    // between processes and between two CFile objects of one process, and
+    // go when the process dies. Taking one drops what the buffer holds, so
+    // that reads see what other holders wrote; letting one go first writes
+    // out what is buffered.
+    // Fails at once with lockViolation when another holder has any of the bytes.
+    void LockRange(uint64_t position, uint64_t count);
+    // The same lock, waited for in the kernel for as long as it takes.
+    void LockRangeWait(uint64_t position, uint64_t count);
+    void UnlockRange(uint64_t position, uint64_t count);
 
     uint64_t GetLength() {
         return m_hFile != hFileNull && (!shared_ || pos_ < size_) ? size_ : RefreshLength();
@@ -70,6 +83,9 @@ class CFile {
     // it where the file has them; answers the bytes available from `at`.
     size_t Fill(uint64_t at, size_t want);
     void FlushBuffer();
+    // Forgets the buffer (written out first) and the length known so far.
+    void Resync();
+    void RangeLock(short type, uint64_t position, uint64_t count, bool wait);
     // The buffered bytes from the position on, and how many there are.
     const char* Buffered(size_t& count) const;
     void Advance(size_t count) { pos_ += count; }

@@ -20,6 +20,7 @@ class CFileException : public std::runtime_error {
         badSeek = 10,
         hardIO = 11,
         sharingViolation = 12,
+        lockViolation = 13,
         diskFull = 14,
         endOfFile = 15,
     };

@@ -1,5 +1,6 @@
 #include "platform/ui_host.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -7,6 +8,9 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <string>
+
+#include <unistd.h>
 
 #include "resources/dialogs.h"
 
@@ -20,6 +24,9 @@ struct HeadlessWindow {
     bool enabled = true;
     bool cancelled = false;
     Clock::time_point created = Clock::now();
+    std::map<int, std::string> texts;  // by control
+    int lower = 0, upper = 0;          // the progress bar's range
+    int drawn = -1;                    // the percentage last drawn, -1 for none
 };
 
 // The headless host's windows, by handle; handles are small numbers.
@@ -93,14 +100,58 @@ HWND HeadlessUiHost::CreateDialog(unsigned templateId, HWND, DialogEvents* event
     Windows& w = TheWindows();
     std::lock_guard<std::mutex> lk(w.mu);
     HWND h = reinterpret_cast<HWND>(w.next++);
-    w.all[h] = HeadlessWindow{templateId, events};
+    HeadlessWindow& win = w.all[h];
+    win.templateId = templateId;
+    win.events = events;
     return h;
 }
 
 void HeadlessUiHost::DestroyWindow(HWND window) {
     Windows& w = TheWindows();
     std::lock_guard<std::mutex> lk(w.mu);
-    w.all.erase(window);
+    auto it = w.all.find(window);
+    if (it == w.all.end()) return;
+    if (it->second.drawn >= 0) std::fputc('\n', stderr);  // the bar's line is done
+    w.all.erase(it);
+}
+
+void HeadlessUiHost::SetItemText(HWND dialog, int item, const char* text) {
+    Windows& w = TheWindows();
+    std::lock_guard<std::mutex> lk(w.mu);
+    auto it = w.all.find(dialog);
+    if (it != w.all.end()) it->second.texts[item] = text ? text : "";
+}
+
+void HeadlessUiHost::SetProgressRange(HWND dialog, int, int lower, int upper) {
+    Windows& w = TheWindows();
+    std::lock_guard<std::mutex> lk(w.mu);
+    auto it = w.all.find(dialog);
+    if (it == w.all.end()) return;
+    it->second.lower = lower;
+    it->second.upper = upper;
+}
+
+void HeadlessUiHost::SetProgressPos(HWND dialog, int, int pos) {
+    // Only a person at a terminal watches; a log or a pipe gets nothing.
+    static const bool terminal = ::isatty(STDERR_FILENO) == 1;
+    if (!terminal) return;
+    Windows& w = TheWindows();
+    std::lock_guard<std::mutex> lk(w.mu);
+    auto it = w.all.find(dialog);
+    if (it == w.all.end()) return;
+    HeadlessWindow& win = it->second;
+    long span = long(win.upper) - win.lower;
+    long done = std::clamp(long(pos) - win.lower, 0L, std::max(span, 0L));
+    int percent = span > 0 ? int(done * 100 / span) : 100;
+    if (percent == win.drawn) return;  // redrawn only when it moves
+    win.drawn = percent;
+    constexpr int kWidth = 40;
+    std::string bar(size_t(percent * kWidth / 100), '#');
+    bar.resize(kWidth, '.');
+    // The dialog's first text is its title line.
+    const std::string& title = win.texts.empty() ? std::string() : win.texts.begin()->second;
+    std::fprintf(stderr, "\r%s [%s] %3d%%", title.c_str(), bar.c_str(), percent);
+    std::fflush(stderr);
 }
 
 bool HeadlessUiHost::PumpMessage() {

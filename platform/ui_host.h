@@ -32,6 +32,15 @@ class UiHost {
     virtual void DestroyWindow(HWND window) = 0;
     virtual void SetItemText(HWND dialog, int item, const char* text) = 0;
     virtual void SetItemInt(HWND dialog, int item, int value) = 0;
+    // A progress bar control of a dialog: its range, then where it stands.
+    virtual void SetProgressRange(HWND dialog, int item, int lower, int upper) {
+        (void)dialog, (void)item, (void)lower, (void)upper;
+    }
+    virtual void SetProgressPos(HWND dialog, int item, int pos) {
+        (void)dialog, (void)item, (void)pos;
+    }
+    // Draws a window at once (invalidate, erase, update now).
+    virtual void RedrawWindow(HWND window) { (void)window; }
 
     // Removes, translates and dispatches one waiting message of the thread;
     // false when none waits.
@@ -56,7 +65,9 @@ void SetUiHost(UiHost* host);
 
 // The headless host: no windows are drawn. A lock-wait dialog gives up by
 // itself once DBFILE_LOCK_WAIT_S seconds have passed, when that is set;
-// message boxes go to standard error; a text is one unit a character wide.
+// message boxes go to standard error; a progress bar is drawn on standard
+// error when that is a terminal, and not at all otherwise; a text is one
+// unit a character wide.
 class HeadlessUiHost : public UiHost {
   public:
     HWND MainWindow() override { return nullptr; }
@@ -69,8 +80,10 @@ class HeadlessUiHost : public UiHost {
     HWND CreateDialog(unsigned templateId, HWND owner, DialogEvents* events) override;
     void CenterWindow(HWND, HWND) override {}
     void DestroyWindow(HWND window) override;
-    void SetItemText(HWND, int, const char*) override {}
+    void SetItemText(HWND dialog, int item, const char* text) override;
     void SetItemInt(HWND, int, int) override {}
+    void SetProgressRange(HWND dialog, int item, int lower, int upper) override;
+    void SetProgressPos(HWND dialog, int item, int pos) override;
     bool PumpMessage() override;
     void BeginWaitCursor() override {}
     void EndWaitCursor() override {}
