@@ -10,6 +10,7 @@
 
 #include "dbfile/db_stat.h"
 #include "dbfile/db_types.h"
+#include "dbfile/key_map.h"
 #include "dictionary/fld_list.h"
 #include "dictionary/key_list.h"
 #include "dictionary/records.h"
@@ -138,6 +139,17 @@ class CDbFile {
     int KeyNoIsPermanent(int keyNo);
     bool KeyNoIsDescending(int keyNo);
     int GetUniqueKeyNo();
+
+    // Indexes of the open file, in the engine only (the dictionary stays as it
+    // is). The creating forms answer the key number used, the status being
+    // the last error; DropNdx answers 1 on success, 0 on failure.
+    int CreateNdx(unsigned short fldId, int descending, int keyNo);
+    int CreateNdx(CArraySKeyField& fields, int keyNo, bool fromDictionary);
+    int DropNdx(int keyNo);
+    // The file's keys, from the engine's statistics or from the dictionary.
+    void GetKeyMap(CKeyMap& map, int fromDictionary);
+    // Creates every key of `map` that the file lacks under its number.
+    void AddKeysFromMap(CKeyMap& map, bool fromDictionary);
 
     // File creation and statistics.
     int Create(HWND hwnd, void* spec, unsigned short len, void* fileName, int replace);
