@@ -174,6 +174,9 @@ int CDbFile::Open(HWND hwnd, dbOpenType mode, char* owner) {
     int8_t engineMode = RM_OPEN_NORMAL;
     if (mode & dbOpenExclusive) {
         engineMode = RM_OPEN_EXCLUSIVE;
+        // A file held alone is where numbering gets set up: every series of
+        // its fields is started.
+        if (m_nAutoIncMode) ForceAutoIncrementConfig();
     } else if (mode & dbOpenReadOnly) {
         engineMode = RM_OPEN_READ_ONLY;
     }

@@ -151,6 +151,14 @@ class CDbFile {
     // Creates every key of `map` that the file lacks under its number.
     void AddKeysFromMap(CKeyMap& map, bool fromDictionary);
 
+    // Auto-increment numbering: numbers for the auto-increment fields of the
+    // record buffer from the shared number file (see CHighWaterFile). With
+    // `valuesInBuffer` 0 the record hooks run around it.
+    AI_Err AutoIncrement(int valuesInBuffer);
+    // Raises the mark of each of the file's series to at least 1.
+    void ForceAutoIncrementConfig();
+    int GetAutoIncMode() const { return m_nAutoIncMode; }
+
     // File creation and statistics.
     int Create(HWND hwnd, void* spec, unsigned short len, void* fileName, int replace);
     int Create(HWND hwnd, void* spec, unsigned short len, int replace);

@@ -43,6 +43,8 @@ bool Positional(int op) {
 
 constexpr int kLockBias = RM_LOCK_MULTI_NOWAIT;
 constexpr unsigned short kGrowStep = 4096;
+// What an insert answers when its record got no number (the engine is not asked).
+constexpr int kNoNumber = 5;
 
 }  // namespace
 
@@ -197,6 +199,8 @@ int CDbFile::UnlockAll(HWND) {
 
 int CDbFile::Insert(HWND) {
     if (!m_bBrowser) OnWriteRecord();
+    // Without its numbers the record is not added; the numbering has said why.
+    if (m_nAutoIncMode && AutoIncrement(1) != AI_OK) return kNoNumber;
     int status = Call(RM_INSERT, m_pRcdBuf, &m_nDataLen, int8_t(m_nKeyNo));
     if (status == 0 && m_pStat) m_pStat->m_Spec.RecCount++;
     return TranslateError(status);

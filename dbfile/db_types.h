@@ -33,3 +33,16 @@ enum dbSQLErrCode : int {
 
 // Styles of query and report literals.
 enum SQLType : int { sqlQuoted = 0, sqlFormula = 1 };
+
+// Results of auto-increment numbering; the message of value v is string 160 + v.
+enum AI_Err : int {
+    AI_OK = 0,
+    AI_OpenFailed = 1,
+    AI_AddFailed = 2,
+    AI_GotoFailed = 3,
+    AI_LockFailed = 4,
+    AI_WriteFailed = 5,
+    AI_NoIndex = 6,
+    AI_CheckOpenFailed = 7,
+    AI_Negative = 8
+};

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "dbfile/db_file.h"
+#include "dbfile/high_water_file.h"
 #include "engine/dbfile_app.h"
 #include "engine/messages.h"
 #include "recman/recman.h"
@@ -40,13 +41,17 @@ void CDbFile::SetAbsolutePath(char* buffer, const char* path, int length) {
     std::strncpy(buffer, p, size_t(length));
 }
 
+// The number file of a folder is closed before the folder changes, so that
+// the next number comes from the new folder's.
 void CDbFile::SetDataPath(const char* dir) {
+    TheNumberFile(1).CloseNumberFile(1);
     SetAbsolutePath(g_DataPath, dir, 64);
 }
 void CDbFile::SetHistPath(const char* dir) {
     SetAbsolutePath(g_HistPath, dir, 64);
 }
 void CDbFile::SetGLDataPath(const char* dir) {
+    TheNumberFile(2).CloseNumberFile(1);
     SetAbsolutePath(g_GLDataPath, dir, 64);
 }
 void CDbFile::SetGLHistPath(const char* dir) {

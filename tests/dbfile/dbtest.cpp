@@ -1,5 +1,6 @@
 #include "dbtest.h"
 
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -114,6 +115,93 @@ int InAnotherProcess(const std::function<int()>& body) {
     int status = 0;
     if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void AddEntry(CCdd& cdd, const char* file, dbFileType type, const std::vector<FieldDef>& fields,
+              const std::vector<KeyDef>& keys) {
+    cdd.Clear();
+    std::strcpy(cdd.m_FileDat.FileName, file);
+    cdd.m_FileDat.FileType = type;
+    cdd.m_FileDat.FileSpec.PageSize = 4096;
+    uint16_t offset = 0, id = 0;
+    for (const FieldDef& f : fields) {
+        cdd.AddField(id++, offset, f.length, f.type, 0, f.name, "", "");
+        cdd.m_FldList.FindByName(f.name);
+        cdd.m_FldList.SetFldHighWaterId(f.series);
+        offset = uint16_t(offset + f.length);
+    }
+    int count = 0, last = -1;
+    for (const KeyDef& k : keys) {
+        cdd.AddKey(uint8_t(k.keyNo), k.field, k.field, k.flags);
+        if (k.keyNo != last) ++count;
+        last = k.keyNo;
+    }
+    cdd.m_FileDat.FileSpec.RecLen = offset;
+    cdd.m_FileDat.FileSpec.NdxCount = uint16_t(count);
+    if (cdd.IsOpen()) cdd.Insert(nullptr);
+}
+
+Child::Child(const std::vector<std::string>& args) {
+    // Everything the child needs is made before the fork.
+    std::vector<char*> argv{const_cast<char*>(DBFILE_TEST_PROBE)};
+    for (const std::string& a : args)
+        argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    int toChild[2], fromChild[2];
+    if (pipe(toChild) != 0 || pipe(fromChild) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) {
+        dup2(toChild[0], 0);
+        dup2(fromChild[1], 1);
+        close(toChild[1]);
+        close(fromChild[0]);
+        execv(DBFILE_TEST_PROBE, argv.data());
+        _exit(127);
+    }
+    close(toChild[0]);
+    close(fromChild[1]);
+    in_ = toChild[1];
+    out_ = fromChild[0];
+}
+
+Child::~Child() {
+    if (pid_ > 0) Kill();
+    if (in_ >= 0) close(in_);
+    if (out_ >= 0) close(out_);
+}
+
+std::string Child::ReadLine() {
+    for (;;) {
+        size_t nl = buffered_.find('\n');
+        if (nl != std::string::npos) {
+            std::string line = buffered_.substr(0, nl);
+            buffered_.erase(0, nl + 1);
+            return line;
+        }
+        char buf[512];
+        ssize_t n = read(out_, buf, sizeof(buf));
+        if (n <= 0) return "";
+        buffered_.append(buf, size_t(n));
+    }
+}
+
+void Child::WriteLine(const std::string& line) {
+    std::string text = line + "\n";
+    if (write(in_, text.data(), text.size()) != ssize_t(text.size())) return;
+}
+
+void Child::Kill() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    Wait();
+}
+
+int Child::Wait() {
+    if (pid_ <= 0) return -1;
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 void UseDictionary(const std::string& path) {

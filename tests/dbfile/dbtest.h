@@ -64,6 +64,12 @@ class TestHost : public HeadlessUiHost {
     std::string fileShown;      // text of control 1002
     int dialogsCreated = 0;
     int dialogsOpen = 0;
+    int waitCursors = 0;                 // wait cursors shown
+    std::function<void()> onWaitCursor;  // called as each is shown
+    void BeginWaitCursor() override {
+        ++waitCursors;
+        if (onWaitCursor) onWaitCursor();
+    }
 
   private:
     HWND main_;
@@ -84,6 +90,43 @@ std::vector<int> Statuses(const std::vector<std::string>& shown);
 // 128 + the signal when it died of one). The child starts on a fresh
 // dictionary object, as the parent's belongs to the parent's engine client.
 int InAnotherProcess(const std::function<int()>& body);
+
+// One field of a dictionary entry, and one key segment on a field.
+struct FieldDef {
+    const char* name;
+    int length;
+    dbFieldType type;
+    uint32_t series = 0;  // numbering series of an auto-increment field
+};
+struct KeyDef {
+    int keyNo;
+    const char* field;
+    int flags;
+};
+// Describes `file` in the dictionary object, fields end to end with ids
+// from 0 (as the dictionary numbers them), page size 4096; the entry is added when the dictionary
+// is open.
+void AddEntry(CCdd& cdd, const char* file, dbFileType type, const std::vector<FieldDef>& fields,
+              const std::vector<KeyDef>& keys);
+
+// The test probe program run as a child process, talking through pipes.
+class Child {
+  public:
+    explicit Child(const std::vector<std::string>& args);
+    ~Child();  // kills the child if it still runs
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    // The next line the child writes; "" at its end.
+    std::string ReadLine();
+    void WriteLine(const std::string& line);
+    void Kill();
+    int Wait();  // the exit status (-1 when killed)
+
+  private:
+    pid_t pid_ = -1;
+    int in_ = -1, out_ = -1;
+    std::string buffered_;
+};
 
 // Names the dictionary file for the record files built from now on.
 void UseDictionary(const std::string& path);

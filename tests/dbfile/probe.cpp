@@ -9,6 +9,13 @@
 //                          bytes with lock, under the lock-wait retry; prints
 //                          each attempt as the dialog shows it ("+N"), then
 //                          the status and the attempts
+//   probe number <dictionary> <data folder> <count> <file> <file>
+//                          prints "ready", waits for a line, then inserts
+//                          <count> records into the two files in turn, each
+//                          numbered on insert; prints "done"
+//   probe hold <data folder> <series>
+//                          locks the series' record of the folder's number
+//                          file, prints "locked" and waits to be killed
 #include <dbfile/dbfile.h>
 #include <dbfile/recman.h>
 
@@ -32,8 +39,41 @@ class CountingHost : public HeadlessUiHost {
 
 }  // namespace
 
+int Number(char** argv) {
+    std::strncpy(g_CddFileName, argv[2], sizeof(g_CddFileName) - 1);
+    CDbFile::SetDataPath(argv[3]);
+    int count = std::stoi(argv[4]);
+    CDbFile a(argv[5]), b(argv[6]);
+    if (a.Open(nullptr, dbOpenNormal) != 0 || b.Open(nullptr, dbOpenNormal) != 0) return 3;
+    std::puts("ready");
+    std::fflush(stdout);
+    char line[16];
+    if (!std::fgets(line, sizeof(line), stdin)) return 4;
+    for (int i = 0; i < count; ++i) {
+        CDbFile& f = i % 2 ? b : a;
+        f.SetDataLen(f.GetRcdLength());
+        if (f.Insert(nullptr) != 0) return 5;  // the buffer is zeroed, then numbered
+    }
+    std::puts("done");
+    return 0;
+}
+
 int main(int argc, char** argv) {
     std::string mode = argc > 1 ? argv[1] : "";
+    if (mode == "number" && argc > 6) return Number(argv);
+    if (mode == "hold" && argc > 3) {
+        CDbFile::SetDataPath(argv[2]);
+        CHighWaterFile& numbers = TheNumberFile(1);
+        if (!numbers.OpenNumberFile() || !numbers.GotoRecord(uint32_t(std::stoul(argv[3]))) ||
+            !numbers.LockRecord())
+            return 3;
+        std::puts("locked");
+        std::fflush(stdout);
+        char line[16];
+        while (std::fgets(line, sizeof(line), stdin)) {
+        }
+        return 0;
+    }
     if (mode == "idle") {
         CDbFile::SetDataPath("/tmp");
         return 0;
