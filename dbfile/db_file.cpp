@@ -71,7 +71,7 @@ CDbFile::CDbFile(const char* name, const char* path, int noDictionary, short cli
 }
 
 CDbFile::CDbFile(const CDbFile& o) {
-    CopyFrom(o);
+    CopyMembers(o);
 }
 
 CDbFile& CDbFile::operator=(const CDbFile& o) {
@@ -80,7 +80,7 @@ CDbFile& CDbFile::operator=(const CDbFile& o) {
     std::free(m_pCompareBuf);
     delete m_pFilter;
     delete m_pStat;
-    CopyFrom(o);
+    CopyMembers(o);
     return *this;
 }
 
@@ -98,7 +98,7 @@ char* Duplicate(const char* from, size_t n) {
 }  // namespace
 
 // Copies every member; the owned buffers and states are copied, not shared.
-void CDbFile::CopyFrom(const CDbFile& o) {
+void CDbFile::CopyMembers(const CDbFile& o) {
     m_FileDat = o.m_FileDat;
     m_FldList = o.m_FldList;
     m_KeyList = o.m_KeyList;

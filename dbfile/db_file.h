@@ -159,6 +159,17 @@ class CDbFile {
     void ForceAutoIncrementConfig();
     int GetAutoIncMode() const { return m_nAutoIncMode; }
 
+    // Maintenance: rebuilds a data file in place (every pointer may be
+    // null); false with the reason in errorText on failure.
+    static bool PackAndReindex(const char* fileName, const char* folder, unsigned long* recordCount,
+                               unsigned long* newSize, CString* errorText, HWND parent);
+    // The source's record, field by field by name, into this record buffer:
+    // 1 on success, 0 when memory ran out.
+    int CopyFrom(CDbFile* source);
+    int CopyTo(CDbFile* destination) { return destination->CopyFrom(this); }
+    // Generated test values for every field of the record buffer.
+    void DummyData(const char* text);
+
     // File creation and statistics.
     int Create(HWND hwnd, void* spec, unsigned short len, void* fileName, int replace);
     int Create(HWND hwnd, void* spec, unsigned short len, int replace);
@@ -341,7 +352,7 @@ class CDbFile {
     int PhoneValueBeforeCurrent();
 
     size_t m_nRcdAlloc = 0;  // bytes allocated for the record buffer
-    void CopyFrom(const CDbFile& o);
+    void CopyMembers(const CDbFile& o);
     // Construction through the dictionary: opening it, and reading this
     // file's entry (and its alternate's fields) into the description.
     void OpenDictionary();

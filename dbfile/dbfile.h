@@ -8,6 +8,7 @@
 #include "dbfile/extended.h"
 #include "dbfile/high_water_file.h"
 #include "dbfile/key_map.h"
+#include "dbfile/pack_progress.h"
 #include "dbfile/rcd_lock_mgr.h"
 #include "dictionary/cdd.h"
 #include "dictionary/create_spec.h"

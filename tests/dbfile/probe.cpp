@@ -16,6 +16,9 @@
 //   probe hold <data folder> <series>
 //                          locks the series' record of the folder's number
 //                          file, prints "locked" and waits to be killed
+//   probe pack <dictionary> <file>
+//                          packs the file, printing "s" as each record is
+//                          copied; then "ok" or the failure
 #include <dbfile/dbfile.h>
 #include <dbfile/recman.h>
 
@@ -38,6 +41,16 @@ class CountingHost : public HeadlessUiHost {
 };
 
 }  // namespace
+
+// The headless host, writing a line as each record of a pack is copied.
+class PackHost : public HeadlessUiHost {
+  public:
+    void SetProgressPos(HWND, int, int pos) override {
+        if (pos == 0) return;
+        std::fputs("s\n", stdout);
+        std::fflush(stdout);
+    }
+};
 
 int Number(char** argv) {
     std::strncpy(g_CddFileName, argv[2], sizeof(g_CddFileName) - 1);
@@ -72,6 +85,16 @@ int main(int argc, char** argv) {
         char line[16];
         while (std::fgets(line, sizeof(line), stdin)) {
         }
+        return 0;
+    }
+    if (mode == "pack" && argc > 3) {
+        std::strncpy(g_CddFileName, argv[2], sizeof(g_CddFileName) - 1);
+        PackHost host;
+        SetUiHost(&host);
+        CString error;
+        bool ok = CDbFile::PackAndReindex(argv[3], nullptr, nullptr, nullptr, &error, nullptr);
+        std::printf("%s\n", ok ? "ok" : error.c_str());
+        SetUiHost(nullptr);
         return 0;
     }
     if (mode == "idle") {
