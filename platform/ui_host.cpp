@@ -27,6 +27,7 @@ struct HeadlessWindow {
     std::map<int, std::string> texts;  // by control
     int lower = 0, upper = 0;          // the progress bar's range
     int drawn = -1;                    // the percentage last drawn, -1 for none
+    bool terminal = false;             // standard error was a terminal when it was made
 };
 
 // The headless host's windows, by handle; handles are small numbers.
@@ -103,6 +104,8 @@ HWND HeadlessUiHost::CreateDialog(unsigned templateId, HWND, DialogEvents* event
     HeadlessWindow& win = w.all[h];
     win.templateId = templateId;
     win.events = events;
+    // Only a person at a terminal watches a bar; a log or a pipe gets nothing.
+    win.terminal = ::isatty(STDERR_FILENO) == 1;
     return h;
 }
 
@@ -132,14 +135,12 @@ void HeadlessUiHost::SetProgressRange(HWND dialog, int, int lower, int upper) {
 }
 
 void HeadlessUiHost::SetProgressPos(HWND dialog, int, int pos) {
-    // Only a person at a terminal watches; a log or a pipe gets nothing.
-    static const bool terminal = ::isatty(STDERR_FILENO) == 1;
-    if (!terminal) return;
     Windows& w = TheWindows();
     std::lock_guard<std::mutex> lk(w.mu);
     auto it = w.all.find(dialog);
     if (it == w.all.end()) return;
     HeadlessWindow& win = it->second;
+    if (!win.terminal) return;
     long span = long(win.upper) - win.lower;
     long done = std::clamp(long(pos) - win.lower, 0L, std::max(span, 0L));
     int percent = span > 0 ? int(done * 100 / span) : 100;

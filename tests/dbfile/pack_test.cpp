@@ -2,8 +2,12 @@
 // failures it names, a pack killed at any moment; records copied between
 // layouts and generated test records.
 #include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <map>
@@ -14,6 +18,7 @@
 
 #include "dbtest.h"
 #include "recman/check.h"
+#include "resources/dialogs.h"
 
 namespace {
 
@@ -249,6 +254,50 @@ TEST(CopyTest, FieldsFollowTheTypeRules) {
     EXPECT_EQ(std::string(b + 21, 4), std::string(4, '\0'));  // a float is no integer
     EXPECT_EQ(std::memcmp(b + 25, &id, 4), 0);
     EXPECT_EQ(std::string(b + 29, 12), std::string(12, '\0'));  // other length; no source
+}
+
+// The headless host draws the pack's bar on standard error when that is a
+// terminal, and writes nothing to a pipe or a log.
+TEST(PackProgressBar, DrawnOnATerminalOnly) {
+    // What a child writes on standard error while its bar goes to half way.
+    auto drawn = [](bool terminal) {
+        int readFd = -1, childFd = -1;
+        if (terminal) {
+            readFd = posix_openpt(O_RDWR | O_NOCTTY);
+            if (readFd < 0 || grantpt(readFd) != 0 || unlockpt(readFd) != 0)
+                return std::string("no pty");
+            childFd = open(ptsname(readFd), O_RDWR | O_NOCTTY);
+        } else {
+            int fds[2];
+            if (pipe(fds) != 0) return std::string("no pipe");
+            readFd = fds[0];
+            childFd = fds[1];
+        }
+        pid_t pid = fork();
+        if (pid == 0) {
+            dup2(childFd, 2);
+            HeadlessUiHost host;
+            HWND dialog = host.CreateDialog(dbfile::kPackProgressDialog, nullptr, nullptr);
+            host.SetItemText(dialog, 1004, "Pack and Reindex... Cust.dat");
+            host.SetProgressRange(dialog, 1005, 0, 10);
+            host.SetProgressPos(dialog, 1005, 5);
+            host.DestroyWindow(dialog);
+            _exit(0);
+        }
+        close(childFd);
+        waitpid(pid, nullptr, 0);
+        std::string out;
+        fcntl(readFd, F_SETFL, O_NONBLOCK);
+        char buf[256];
+        for (ssize_t n; (n = read(readFd, buf, sizeof(buf))) > 0;)
+            out.append(buf, size_t(n));
+        close(readFd);
+        return out;
+    };
+    std::string bar = std::string(20, '#') + std::string(20, '.');
+    EXPECT_NE(drawn(true).find("Pack and Reindex... Cust.dat [" + bar + "]  50%"),
+              std::string::npos);
+    EXPECT_EQ(drawn(false), "");
 }
 
 }  // namespace
