@@ -71,6 +71,7 @@ bench: release
 	$(BUILD)/release/bench/writers_bench --benchmark_counters_tabular=true
 	$(BUILD)/release/bench/text_bench
 	$(BUILD)/release/bench/txn_bench
+	$(BUILD)/release/bench/maintenance_bench
 
 install: release
 	cmake --install $(BUILD)/release --prefix $(or $(PREFIX),/usr/local)
