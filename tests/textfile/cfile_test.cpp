@@ -116,4 +116,38 @@ TEST(CStdioFileTest, LinesOfEveryLength) {
     EXPECT_EQ(line, "a\r");  // binary mode keeps the CR
 }
 
+// Two handles sharing a file through byte-range locks, as the number file's
+// holders do: a held range is refused to the other at once, and the lock
+// drops a stale buffer, so the next holder reads what the last one wrote.
+TEST(CFileTest, RangeLocksRefuseOthersAndShowTheirWrites) {
+    ScratchDir dir;
+    std::string path = dir.Write("n.dat", std::string(8, '\0'));
+    constexpr unsigned kShared = CFile::modeReadWrite | CFile::shareDenyNone | CFile::typeBinary;
+    CFile a, b;
+    ASSERT_TRUE(a.Open(path.c_str(), kShared));
+    ASSERT_TRUE(b.Open(path.c_str(), kShared));
+    char got[4] = {};
+    b.Seek(4, CFile::begin);
+    ASSERT_EQ(b.Read(got, 4), 4u);  // b's buffer now holds the old bytes
+
+    a.LockRange(4, 4);
+    try {
+        b.LockRange(6, 1);
+        ADD_FAILURE() << "the range is a's";
+    } catch (const CFileException& e) {
+        EXPECT_EQ(e.m_cause, CFileException::lockViolation);
+    }
+    b.LockRange(0, 4);  // the bytes beside it are free
+    a.Seek(4, CFile::begin);
+    a.Write("7777", 4);
+    a.SetLength(12);
+    a.UnlockRange(4, 4);  // written out before it is let go
+
+    b.LockRangeWait(4, 4);
+    b.Seek(4, CFile::begin);
+    ASSERT_EQ(b.Read(got, 4), 4u);
+    EXPECT_EQ(std::string(got, 4), "7777");
+    EXPECT_EQ(b.GetLength(), 12u);
+}
+
 }  // namespace
