@@ -58,16 +58,20 @@ CDbFile::CDbFile(const char* name, const char* path, int noDictionary, short cli
     if (!noDictionary) OpenDictionary();
     m_pFilter = new CExtended;
     m_pStat = new DbStatStruct;
-    if (noDictionary) return;
-    try {
-        LoadDescription(useDefaultPath);
-    } catch (...) {
-        delete m_pFilter;
-        delete m_pStat;
-        m_pFilter = nullptr;
-        m_pStat = nullptr;
-        throw;
+    if (!noDictionary) {
+        try {
+            LoadDescription(useDefaultPath);
+        } catch (...) {
+            delete m_pFilter;
+            delete m_pStat;
+            m_pFilter = nullptr;
+            m_pStat = nullptr;
+            throw;
+        }
     }
+    // A fresh file lists whole records and has no filter.
+    ResetFields(1);
+    ResetTerms();
 }
 
 CDbFile::CDbFile(const CDbFile& o) {

@@ -22,6 +22,7 @@
 class CCdd;
 class CCodeTable;
 class CExtended;
+class ExtTrmElem;
 class CFileDdf;
 class CFieldDdf;
 class CIndexDdf;
@@ -176,6 +177,36 @@ class CDbFile {
     int Create(HWND hwnd, char* text);
     int GetStatistics(HWND hwnd = nullptr);
     int GetFileStatistics(HWND hwnd = nullptr);
+
+    // Extended retrieval: many records in one engine call, each cut to the
+    // selected fields (the whole record by default) and passing the filter
+    // terms. Field ids the file does not have, and terms or fields that would
+    // make the descriptor longer than its 16-bit length, are refused (0).
+    int SelectField(unsigned short fieldId, unsigned short length = 0);
+    int DeselectField(unsigned short fieldId);
+    void ResetFields(int wholeRecord);
+    int AddTerm(unsigned short fieldId, dbRelOp op, const void* value, dbLogicOp logic,
+                int caseSensitive);
+    int AddTerm(unsigned short fieldId, dbRelOp op, unsigned short otherFieldId, dbLogicOp logic,
+                int caseSensitive);
+    void ResetTerms();
+    int SetFilterOptions(unsigned short maxRecords, int useCurrent, unsigned short rejectCount);
+    // Lists from the current record, or after positioning; the number of
+    // records in the list, 0 on failure (the status is the last error).
+    unsigned short GetNextList(HWND hwnd, int lock = 0);
+    unsigned short GetPrevList(HWND hwnd, int lock = 0);
+    unsigned short GetFirstList(HWND hwnd, int lock = 0);
+    unsigned short GetLastList(HWND hwnd, int lock = 0);
+    unsigned short GetUsingList(dbRelOp op, HWND hwnd, int lock = 0);
+    // Record `index` (from 1) of the last list: its extracted data, with its
+    // length and record position.
+    void* GetRecFromList(unsigned short index, long* position, unsigned short* length);
+    // Filter text: terms such as Qty>=5 and Name="Acme" or City=Town. The
+    // result is 0, or the index of the failing term times 65536 plus a
+    // dbSQLErrCode. Verify only parses; Set replaces the terms.
+    unsigned long VerifySQLFilter(const char* text);
+    unsigned long SetSQLFilter(const char* text);
+    CExtended* GetExtended() { return m_pFilter; }
 
     // Field metadata, by field id or by name.
     unsigned short GetFieldCount();
@@ -346,6 +377,12 @@ class CDbFile {
     short m_nClientId = 0;
 
   private:
+    // One extended operation (Get Next or Previous Extended) with the
+    // descriptor of the current options.
+    unsigned short RunList(int op, int lock);
+    unsigned long ParseSQLFilter(const char* text, bool add);
+    // The term of the field list's current field.
+    ExtTrmElem* NewTerm(dbRelOp op, dbLogicOp logic, int caseSensitive, bool withField);
     // The field of a conversion, made current; null when there is none.
     const CddFldDat* FieldForConversion(int fldId);
     std::vector<char> FieldBytes(const CddFldDat& f) const;
