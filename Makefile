@@ -72,6 +72,7 @@ bench: release
 	$(BUILD)/release/bench/text_bench
 	$(BUILD)/release/bench/txn_bench
 	$(BUILD)/release/bench/maintenance_bench
+	$(BUILD)/release/bench/dbfile_bench --benchmark_counters_tabular=true
 
 install: release
 	cmake --install $(BUILD)/release --prefix $(or $(PREFIX),/usr/local)
