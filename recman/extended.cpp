@@ -76,8 +76,18 @@ void ExtTerm::Prepare() {
         how = How::Bytes;  // unsigned bytes, left to right: memcmp itself
     else
         how = How::SortForm;
-    if (withField) return;
-    if (how == How::Signed) number = uint64_t(LoadSigned(value.data(), length));
+    // Less, equal, greater: bits 0, 1, 2.
+    static const uint8_t kTruth[7] = {0, 0b010, 0b100, 0b001, 0b101, 0b110, 0b011};
+    truth = kTruth[op <= 6 ? op : 0];
+    end = uint32_t(offset) + length;
+    if (withField) {
+        end = std::max(end, uint32_t(otherOffset) + length);
+        return;
+    }
+    if (how == How::Signed && length == 4) how = How::Int32;
+    if (how == How::Signed && length == 2) how = How::Int16;
+    if (how == How::Signed || how == How::Int16 || how == How::Int32)
+        number = uint64_t(LoadSigned(value.data(), length));
     if (how == How::Unsigned) number = LoadUnsigned(value.data(), length);
     if (how == How::SortForm) {
         sorted.resize(length);
@@ -88,6 +98,8 @@ void ExtTerm::Prepare() {
 int ExtTerm::Compare(const uint8_t* field, const uint8_t* other) const {
     switch (how) {
         case How::Signed:
+        case How::Int16:
+        case How::Int32:
             return Order(LoadSigned(field, length),
                          other ? LoadSigned(other, length) : int64_t(number));
         case How::Unsigned:
@@ -108,33 +120,14 @@ int ExtTerm::Compare(const uint8_t* field, const uint8_t* other) const {
     }
 }
 
-bool ExtTerm::Holds(const uint8_t* record, uint32_t recordLength) const {
-    int c;
-    bool inside = uint32_t(offset) + length <= recordLength &&
-                  (!withField || uint32_t(otherOffset) + length <= recordLength);
-    if (inside) {
-        c = Compare(record + offset, withField ? record + otherOffset : nullptr);
-    } else {
-        std::vector<uint8_t> a, b;
-        const uint8_t* left = FieldBytes(record, recordLength, offset, length, a);
-        const uint8_t* right =
-            withField ? FieldBytes(record, recordLength, otherOffset, length, b) : nullptr;
-        c = Compare(left, right);
-    }
-    switch (op) {
-        case 1:
-            return c == 0;
-        case 2:
-            return c > 0;
-        case 3:
-            return c < 0;
-        case 4:
-            return c != 0;
-        case 5:
-            return c >= 0;
-        default:
-            return c <= 0;
-    }
+bool ExtTerm::HoldsInShort(const uint8_t* record, uint32_t recordLength) const {
+    std::vector<uint8_t> a, b;
+    const uint8_t* left = FieldBytes(record, recordLength, offset, length, a);
+    const uint8_t* right =
+        withField ? FieldBytes(record, recordLength, otherOffset, length, b) : nullptr;
+    int c = Compare(left, right);
+    c = (c > 0) - (c < 0);
+    return (truth >> (c + 1)) & 1;
 }
 
 uint32_t ExtDescriptor::ExtractLength() const {
@@ -142,19 +135,6 @@ uint32_t ExtDescriptor::ExtractLength() const {
     for (const ExtField& f : fields)
         n += f.length;
     return n;
-}
-
-bool ExtDescriptor::Qualifies(const uint8_t* record, uint32_t length) const {
-    if (terms.empty()) return true;
-    bool group = true;  // the AND-group being read
-    for (const ExtTerm& t : terms) {
-        group = group && t.Holds(record, length);
-        if (t.connector != 1) {  // OR or the end closes the group
-            if (group) return true;
-            group = true;
-        }
-    }
-    return false;
 }
 
 void ExtDescriptor::Extract(const uint8_t* record, uint32_t length, uint8_t* out) const {

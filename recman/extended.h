@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "recman/filedef.h"
@@ -27,14 +28,47 @@ struct ExtTerm {
 
     // How the comparison runs: integers and plain text directly, the other
     // types through their sort form (the constant's made once, here).
-    enum class How : uint8_t { Signed, Unsigned, Bytes, SortForm } how = How::SortForm;
+    // Int16 and Int32 are signed integers of those widths against a constant,
+    // the common filter, read in one load.
+    enum class How : uint8_t {
+        Signed,
+        Unsigned,
+        Bytes,
+        SortForm,
+        Int16,
+        Int32
+    } how = How::SortForm;
     uint64_t number = 0;          // the constant as a number (Signed, Unsigned)
     std::vector<uint8_t> sorted;  // the constant's sort form (SortForm)
+    // Bit c + 1 is set when the comparison holds for an order c of -1, 0, 1.
+    uint8_t truth = 0;
+    // The record length the term's bytes lie within.
+    uint32_t end = 0;
 
     void Prepare();
     // <0, 0 or >0: the record's field against the constant or other field.
     int Compare(const uint8_t* field, const uint8_t* other) const;
-    bool Holds(const uint8_t* record, uint32_t recordLength) const;
+    bool Holds(const uint8_t* record, uint32_t recordLength) const {
+        if (end > recordLength) return HoldsInShort(record, recordLength);
+        int c;
+        if (how == How::Int32) {
+            int32_t v;
+            std::memcpy(&v, record + offset, 4);
+            c = (v > int32_t(number)) - (v < int32_t(number));
+        } else if (how == How::Int16) {
+            int16_t v;
+            std::memcpy(&v, record + offset, 2);
+            c = (v > int16_t(number)) - (v < int16_t(number));
+        } else {
+            c = Compare(record + offset, withField ? record + otherOffset : nullptr);
+            c = (c > 0) - (c < 0);
+        }
+        return (truth >> (c + 1)) & 1;
+    }
+
+  private:
+    // A record too short for the term: the missing bytes read as zero.
+    bool HoldsInShort(const uint8_t* record, uint32_t recordLength) const;
 };
 
 struct ExtField {
@@ -50,7 +84,18 @@ struct ExtDescriptor {
 
     uint32_t ExtractLength() const;
     // AND binds tighter than OR; no terms means every record qualifies.
-    bool Qualifies(const uint8_t* record, uint32_t length) const;
+    bool Qualifies(const uint8_t* record, uint32_t length) const {
+        if (terms.empty()) return true;
+        bool group = true;  // the AND-group being read
+        for (const ExtTerm& t : terms) {
+            group = group && t.Holds(record, length);
+            if (t.connector != 1) {  // OR or the end closes the group
+                if (group) return true;
+                group = true;
+            }
+        }
+        return false;
+    }
     // The selected fields concatenated; bytes past the record's end read as zero.
     void Extract(const uint8_t* record, uint32_t length, uint8_t* out) const;
 };

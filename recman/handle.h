@@ -59,6 +59,7 @@ struct Handle {
     uint64_t cursorGen = 0;
     bool idxAtCurrency = false;  // idxCursor rests on the logical currency's entry
     bool recAtCurrency = false;  // recCursor rests on the physical currency's record
+    uintptr_t touchedPage = 0;   // the storage page a read last asked the cache for
 
     bool Holds(uint32_t address) const;
     void ReleaseLock(uint32_t address);

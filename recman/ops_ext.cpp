@@ -65,12 +65,14 @@ Status Engine::Extended(Request& r) {
     uint32_t lastAddress = 0, lastVersion = 0;
     MDB_val lastKey{0, nullptr};
     Status result = RM_OK;
+    uintptr_t page = 0;
     for (int rc1 = rc0;; rc1 = mdb_cursor_get(c.c, &k, &v, forward ? MDB_NEXT : MDB_PREV)) {
         if (rc1 == MDB_NOTFOUND) {
             result = RM_END_OF_FILE;
             break;
         }
         if (rc1 != 0) return StatusOf(rc1);
+        TouchPage(k.mv_data, page);
         StoredRecord rec;
         if (physical) {
             uint32_t a = 0;

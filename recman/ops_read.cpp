@@ -130,6 +130,7 @@ Status Engine::GetKeyed(Request& r) {
         return RM_END_OF_FILE;
     }
     if (rc != 0) return NotFound(rc, r.op == RM_GET_EQUAL ? RM_KEY_NOT_FOUND : RM_END_OF_FILE);
+    if (step) TouchPage(k.mv_data, h->touchedPage);
 
     StoredRecord rec;
     bool fetched = !key->clustered;  // the primary key's entries carry the record
@@ -186,6 +187,7 @@ Status Engine::Step(Request& r) {
         return RM_END_OF_FILE;
     }
     if (rc != 0) return StatusOf(rc);
+    if (next || prev) TouchPage(k.mv_data, h->touchedPage);
     uint32_t address = 0;
     std::memcpy(&address, k.mv_data, 4);
     StoredRecord rec;
