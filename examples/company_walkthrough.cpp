@@ -104,7 +104,7 @@ class Customer : public FieldMapped {
         StartRecord();
         Put("CustId", id);
         PutText("Name", name, false);
-        PutText("City", city, true);
+        PutText("City", city, false);  // as the library writes typed text
         PutMoney("Balance", balance);
     }
 };
@@ -381,6 +381,36 @@ int Run(const std::string& folder) {
     customers.SetKey(2);
     for (int st = customers.GetFirst(nullptr); st == 0; st = customers.GetNext(nullptr))
         ShowCustomer(customers);
+
+    // One engine call brings every record that passes the filter, cut to the
+    // fields asked for; the filter is typed as text, its amount the user's way.
+    const char* filter = "City=portsmouth and Balance>1000.00";
+    std::printf("\nCustomers where %s, number, name and balance only, in one call:\n", filter);
+    customers.SetKey(0);
+    customers.ResetFields(0);
+    for (const char* field : {"CustId", "Name", "Balance"})
+        customers.SelectField(uint16_t(customers.GetFieldIdOfName(field)));
+    if (unsigned long bad = customers.SetSQLFilter(filter)) {
+        std::printf("    the filter stops at term %d (error %d)\n",
+                    CDbFile::GetSQLErrExpression(bad), int(CDbFile::GetSQLErrCode(bad)));
+        return 1;
+    }
+    customers.SetFilterOptions(20, 0, 65535);
+    unsigned short found = customers.GetFirstList(nullptr);
+    for (unsigned short i = 1; i <= found; ++i) {
+        long position;
+        unsigned short length;
+        const char* p = static_cast<const char*>(customers.GetRecFromList(i, &position, &length));
+        // The selected fields one after another: CustId (4 bytes), Name (31), Balance (8).
+        int32_t id;
+        std::memcpy(&id, p, 4);
+        CString balance;
+        CDbFile::FormatFileDataToDisplay(balance, p + 35, 8, dbMoney, dbDispNone, 2, nullptr, 0);
+        std::printf("    %3d  %-22.31s %14s  (record at %ld, %u bytes)\n", id, p + 4,
+                    static_cast<const char*>(balance), position, unsigned(length));
+    }
+    customers.ResetTerms();
+    customers.ResetFields(1);
 
     std::printf("\nInvoices for two customers, in one transaction that is ended:\n");
     if (!BeginTransaction(HWND(nullptr))) return 1;
