@@ -336,6 +336,52 @@ TEST_F(ExtendedTest, ListsAgreeWithTheModel) {
     EXPECT_TRUE(log.Take().empty());
 }
 
+// Each comparison code on each field type, with and without case, against a
+// constant taken from a record and against the field's twin; then AND before
+// OR in a fixed three-term filter, both ways round.
+TEST_F(ExtendedTest, EveryCodeOnEveryType) {
+    SCOPED_TRACE(trace);
+    auto check = [&](const std::vector<Term>& terms) {
+        file.ResetTerms();
+        for (const Term& t : terms) {
+            int added = t.other >= 0
+                            ? file.AddTerm(uint16_t(t.field), dbRelOp(t.op), uint16_t(t.other),
+                                           t.logic, t.caseSensitive)
+                            : file.AddTerm(uint16_t(t.field), dbRelOp(t.op),
+                                           static_cast<const void*>(t.value.data()), t.logic,
+                                           t.caseSensitive);
+            ASSERT_EQ(added, 1);
+        }
+        std::vector<std::pair<long, Bytes>> expect;
+        for (const Row& r : rows)
+            if (Qualifies(terms, r)) expect.emplace_back(r.address, r.bytes);
+        EXPECT_EQ(Collect(file.GetFirstList(nullptr), false), expect);
+    };
+    file.SetFilterOptions(7, 0, 65535);
+    for (size_t f = 0; f < kFields.size(); ++f) {
+        const Field& field = kFields[f];
+        const Row& from = rows[(f * 37) % rows.size()];
+        Bytes value(from.bytes.begin() + field.off, from.bytes.begin() + field.off + field.len);
+        for (int op = 0; op < 6; ++op) {
+            SCOPED_TRACE(std::string(field.name) + " op " + std::to_string(op));
+            for (bool cs : {true, false})
+                check({{int(f), op, -1, value, dbLogicEnd, cs}});
+            if (field.twin >= 0) check({{int(f), op, field.twin, {}, dbLogicEnd, false}});
+        }
+    }
+    // Qty < 0 OR Qty > 2 AND Name = Alias, and the same terms the other way
+    // round: AND groups first in both.
+    int16_t zero = 0, two = 2;
+    Bytes z(2), t(2);
+    std::memcpy(z.data(), &zero, 2), std::memcpy(t.data(), &two, 2);
+    check({{2, dbRelLess, -1, z, dbLogicOr},
+           {2, dbRelGreater, -1, t, dbLogicAnd},
+           {1, dbRelEqual, 16, {}, dbLogicEnd}});
+    check({{2, dbRelGreater, -1, t, dbLogicAnd},
+           {1, dbRelEqual, 16, {}, dbLogicOr},
+           {2, dbRelLess, -1, z, dbLogicEnd}});
+}
+
 // The descriptor a file builds, read from the record buffer of a file that is
 // not open (the engine answers 3 and leaves the buffer alone).
 Bytes Sent(CDbFile& f) {
