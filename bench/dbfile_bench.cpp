@@ -14,6 +14,7 @@
 #include <random>
 #include <stdexcept>
 
+#include "interleaved.h"
 #include "stores.h"
 
 namespace {
@@ -266,12 +267,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 int main(int argc, char** argv) {
     setenv("RECMAN_SYNC", "off", 0);  // like SQLite's synchronous=OFF
     Register();
-    std::vector<char*> args(argv, argv + argc);
-    static char interleave[] = "--benchmark_enable_random_interleaving=true";
-    args.insert(args.begin() + 1, interleave);
-    argc = int(args.size());
-    argv = args.data();
-    benchmark::Initialize(&argc, argv);
+    InitializeInterleaved(argc, argv);
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();

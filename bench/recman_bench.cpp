@@ -11,6 +11,7 @@
 #include <memory>
 #include <random>
 
+#include "interleaved.h"
 #include "stores.h"
 
 namespace {
@@ -359,13 +360,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 int main(int argc, char** argv) {
     setenv("RECMAN_SYNC", "off", 0);  // like LMDB's NOSYNC and SQLite's synchronous=OFF
     Register();
-    // Interleave the repetitions of all benchmarks at random unless told otherwise.
-    std::vector<char*> args(argv, argv + argc);
-    static char interleave[] = "--benchmark_enable_random_interleaving=true";
-    args.insert(args.begin() + 1, interleave);
-    argc = int(args.size());
-    argv = args.data();
-    benchmark::Initialize(&argc, argv);
+    InitializeInterleaved(argc, argv);
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "interleaved.h"
+
 namespace {
 
 constexpr int kLines = 1000000;
@@ -237,12 +239,7 @@ void Register() {
 
 int main(int argc, char** argv) {
     Register();
-    std::vector<char*> args(argv, argv + argc);
-    static char interleave[] = "--benchmark_enable_random_interleaving=true";
-    args.insert(args.begin() + 1, interleave);
-    argc = int(args.size());
-    argv = args.data();
-    benchmark::Initialize(&argc, argv);
+    InitializeInterleaved(argc, argv);
     Data();
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -343,6 +343,8 @@ class CDbFile {
     int TranslateError(int status);
     void CddEntryError(const char* name);
     int GetLogical(int op, int lock, int keySet);
+    // The engine's get operation for a key relation; equal for any other.
+    static uint16_t GetOpOfRelation(dbRelOp op);
     int SetRcdBufLen(unsigned short n);
     int ResizeRcdBuf(unsigned short n);
     static unsigned short CalcMaxRcdLen() { return 64512; }
@@ -386,6 +388,9 @@ class CDbFile {
     // The field of a conversion, made current; null when there is none.
     const CddFldDat* FieldForConversion(int fldId);
     std::vector<char> FieldBytes(const CddFldDat& f) const;
+    // The field fldId made current, its bytes and a zero after them in
+    // `bytes`; null, with the empty text in `out`, when there is none.
+    const CddFldDat* FieldForText(int fldId, CString& out, std::vector<char>& bytes);
     int PhoneValueBeforeCurrent();
 
     size_t m_nRcdAlloc = 0;  // bytes allocated for the record buffer

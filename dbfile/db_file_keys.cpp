@@ -136,23 +136,7 @@ int CDbFile::SearchKey(HWND, int fldId, const char* text, int len, dbRelOp op, b
     if (m_pStat) m_pStat->m_KeyList.FindByKeyNo(m_nKeyNo);
     m_FldList.FindByFldId(uint16_t(fldId));
     if (!SetKeyFromString(text, len, int(m_FldList.GetFldId()))) return -1;
-    uint16_t code;
-    switch (op) {
-        case dbRelGreater:
-            code = RM_GET_GREATER;
-            break;
-        case dbRelLess:
-            code = RM_GET_LESS;
-            break;
-        case dbRelGreaterEqual:
-            code = RM_GET_GREATER_OR_EQUAL;
-            break;
-        case dbRelLessEqual:
-            code = RM_GET_LESS_OR_EQUAL;
-            break;
-        default:  // equal, and not equal too
-            code = RM_GET_EQUAL;
-    }
+    uint16_t code = GetOpOfRelation(op);
     if (!withRecord) code = uint16_t(code + RM_KEY_ONLY);
     m_nDataLen = m_nRcdBufLen;
     m_nLastError = Call(code, m_pRcdBuf, &m_nDataLen, int8_t(m_nKeyNo));

@@ -79,25 +79,23 @@ int CDbFile::GetEqual(HWND, int lock, int keySet) {
     return GetLogical(RM_GET_EQUAL, lock, keySet);
 }
 
-int CDbFile::GetUsing(dbRelOp op, int lock, int keySet) {
-    int code = RM_GET_EQUAL;
+uint16_t CDbFile::GetOpOfRelation(dbRelOp op) {
     switch (op) {
         case dbRelGreater:
-            code = RM_GET_GREATER;
-            break;
+            return RM_GET_GREATER;
         case dbRelLess:
-            code = RM_GET_LESS;
-            break;
+            return RM_GET_LESS;
         case dbRelGreaterEqual:
-            code = RM_GET_GREATER_OR_EQUAL;
-            break;
+            return RM_GET_GREATER_OR_EQUAL;
         case dbRelLessEqual:
-            code = RM_GET_LESS_OR_EQUAL;
-            break;
+            return RM_GET_LESS_OR_EQUAL;
         default:  // equal, not equal and anything else
-            break;
+            return RM_GET_EQUAL;
     }
-    return GetLogical(code, lock, keySet);
+}
+
+int CDbFile::GetUsing(dbRelOp op, int lock, int keySet) {
+    return GetLogical(GetOpOfRelation(op), lock, keySet);
 }
 
 int CDbFile::GetUsing(HWND, dbRelOp op, int lock, int keySet) {

@@ -29,6 +29,17 @@ std::vector<char> CDbFile::FieldBytes(const CddFldDat& f) const {
     return bytes;
 }
 
+const CddFldDat* CDbFile::FieldForText(int fldId, CString& out, std::vector<char>& bytes) {
+    const CddFldDat* f = FieldForConversion(fldId);
+    if (!f) {
+        out = "";
+        return nullptr;
+    }
+    bytes = FieldBytes(*f);
+    bytes.push_back(0);
+    return f;
+}
+
 // The value of the field before the current one, which a phone number's
 // layout takes as its area; -1 when the phone is the first field.
 int CDbFile::PhoneValueBeforeCurrent() {
@@ -54,12 +65,9 @@ int CDbFile::PhoneValueBeforeCurrent() {
 }
 
 const char* CDbFile::FormatFileDataToString(CString& out, int fldId) {
-    const CddFldDat* f = FieldForConversion(fldId);
-    if (!f) {
-        out = "";
-        return out;
-    }
-    std::vector<char> b = FieldBytes(*f);
+    std::vector<char> b;
+    const CddFldDat* f = FieldForText(fldId, out, b);
+    if (!f) return out;
     return FormatFileDataToString(out, b.data(), f->Length, dbFieldType(f->Type), f->NumDP);
 }
 
@@ -68,13 +76,10 @@ const char* CDbFile::FormatFileDataToString(CString& out, const char* name) {
 }
 
 const char* CDbFile::FormatFileDataToDisplay(CString& out, int fldId) {
-    const CddFldDat* f = FieldForConversion(fldId);
-    if (!f) {
-        out = "";
-        return out;
-    }
+    std::vector<char> b;
+    const CddFldDat* f = FieldForText(fldId, out, b);
+    if (!f) return out;
     CddFldDat fld = *f;
-    std::vector<char> b = FieldBytes(fld);
     int phone = kNoPhone;
     std::unique_ptr<CCodeTable> table;
     if (fld.Type == dbPhone) {
@@ -120,46 +125,27 @@ const char* CDbFile::FormatSQLData(CString& out, SQLType style, const char* name
 }
 
 const char* CDbFile::FormatBoolean(CString& out, int fldId) {
-    const CddFldDat* f = FieldForConversion(fldId);
-    if (!f) {
-        out = "";
-        return out;
-    }
-    std::vector<char> b = FieldBytes(*f);
-    signed char first = b.empty() ? 0 : static_cast<signed char>(b[0]);
-    return FormatBoolean(out, first, dbDispCode(f->DispCode));
+    std::vector<char> b;
+    const CddFldDat* f = FieldForText(fldId, out, b);
+    if (!f) return out;
+    return FormatBoolean(out, static_cast<signed char>(b[0]), dbDispCode(f->DispCode));
 }
 
 const char* CDbFile::FormatAccount(CString& out, int fldId) {
-    const CddFldDat* f = FieldForConversion(fldId);
-    if (!f) {
-        out = "";
-        return out;
-    }
-    std::vector<char> b = FieldBytes(*f);
-    b.push_back(0);
+    std::vector<char> b;
+    if (!FieldForText(fldId, out, b)) return out;
     return FormatAccount(out, b.data());
 }
 
 const char* CDbFile::FormatJob(CString& out, int fldId) {
-    const CddFldDat* f = FieldForConversion(fldId);
-    if (!f) {
-        out = "";
-        return out;
-    }
-    std::vector<char> b = FieldBytes(*f);
-    b.push_back(0);
+    std::vector<char> b;
+    if (!FieldForText(fldId, out, b)) return out;
     return FormatJob(out, b.data());
 }
 
 const char* CDbFile::FormatPhone(CString& out, int fldId) {
-    const CddFldDat* f = FieldForConversion(fldId);
-    if (!f) {
-        out = "";
-        return out;
-    }
-    std::vector<char> b = FieldBytes(*f);
-    b.push_back(0);
+    std::vector<char> b;
+    if (!FieldForText(fldId, out, b)) return out;
     int phone = PhoneValueBeforeCurrent();
     return FormatPhone(out, b.data(), phone);
 }

@@ -227,7 +227,8 @@ ZString& ZString::Format(const char* fmt, ...) {
             text = Grouped(text, ProfileString("intl", "sThousand", ",").substr(0, 1));
         // The width applies to the text as it finally stands; a zero flag
         // pads a number with zeros after its sign.
-        bool zeros = !left && number && spec.find('0') < spec.find_first_of("123456789.diuoxXfFeEgGaA");
+        bool zeros =
+            !left && number && spec.find('0') < spec.find_first_of("123456789.diuoxXfFeEgGaA");
         if (zeros && width > int(text.size())) {
             size_t at = text.find_first_of("0123456789");
             if (at == std::string::npos) at = 0;

@@ -105,21 +105,8 @@ bool CXmlParser::SetHeader(const char* target, const char* attribute, const char
     if (!FindInstruction(name, data, old)) {
         data = key + "=\"" + text + "\"";
         if (declaration && key != "version") data = kVersion + " " + data;
-        if (declaration ? !IsDeclaration(data) : !IsInstruction(name, data)) {
-            m_LastError = "PARSER_XML::SetHeader() : Can't create new Processing node";
-            return false;
-        }
-        if (declaration) {
-            m_Declaration = data;
-            return true;
-        }
-        xmlNode* pi = xmlNewDocPI(m_Document, BAD_CAST name.c_str(), BAD_CAST data.c_str());
-        if (!pi) throw std::bad_alloc();
-        if (m_Document->children)
-            xmlAddPrevSibling(m_Document->children, pi);
-        else
-            xmlAddChild(reinterpret_cast<xmlNode*>(m_Document), pi);
-        return true;
+        return PutInstruction(name, data, nullptr,
+                              "PARSER_XML::SetHeader() : Can't create new Processing node");
     }
 
     size_t at = key.empty() ? std::string::npos : data.find(key);
@@ -142,18 +129,32 @@ bool CXmlParser::SetHeader(const char* target, const char* attribute, const char
                 data += pair;
         }
     }
-    if (declaration ? !IsDeclaration(data) : !IsInstruction(name, data)) {
-        m_LastError = "CXmlParser::SetHeader() : Can't create the new processing instruction node";
+    return PutInstruction(
+        name, data, old,
+        "CXmlParser::SetHeader() : Can't create the new processing instruction node");
+}
+
+bool CXmlParser::PutInstruction(const std::string& target, const std::string& data, xmlNode* old,
+                                const char* refusal) {
+    bool declaration = target == "xml";
+    if (declaration ? !IsDeclaration(data) : !IsInstruction(target, data)) {
+        m_LastError = refusal;
         return false;
     }
     if (declaration) {
         m_Declaration = data;
         return true;
     }
-    xmlNode* pi = xmlNewDocPI(m_Document, BAD_CAST name.c_str(), BAD_CAST data.c_str());
+    xmlNode* pi = xmlNewDocPI(m_Document, BAD_CAST target.c_str(), BAD_CAST data.c_str());
     if (!pi) throw std::bad_alloc();
-    xmlReplaceNode(old, pi);
-    if (m_Current == old) m_Current = pi;
-    xmlFreeNode(old);
+    if (old) {
+        xmlReplaceNode(old, pi);
+        if (m_Current == old) m_Current = pi;
+        xmlFreeNode(old);
+    } else if (m_Document->children) {
+        xmlAddPrevSibling(m_Document->children, pi);
+    } else {
+        xmlAddChild(reinterpret_cast<xmlNode*>(m_Document), pi);
+    }
     return true;
 }

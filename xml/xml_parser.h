@@ -110,6 +110,12 @@ class CXmlParser {
     bool AddCData(const char* text, Where where, const char* refusal);
     // The text of a processing instruction (the declaration for "xml").
     bool FindInstruction(const std::string& target, std::string& data, _xmlNode*& node) const;
+    // Puts the instruction's new text in place: the declaration is kept
+    // aside, any other instruction replaces `old` or, without one, goes
+    // before the document's first node. False, with `refusal` as the last
+    // error, when the text does not parse.
+    bool PutInstruction(const std::string& target, const std::string& data, _xmlNode* old,
+                        const char* refusal);
 
     CString m_CurrentTag;
     CString m_CurrentName;

@@ -344,12 +344,11 @@ TEST_F(ExtendedTest, EveryCodeOnEveryType) {
     auto check = [&](const std::vector<Term>& terms) {
         file.ResetTerms();
         for (const Term& t : terms) {
-            int added = t.other >= 0
-                            ? file.AddTerm(uint16_t(t.field), dbRelOp(t.op), uint16_t(t.other),
-                                           t.logic, t.caseSensitive)
-                            : file.AddTerm(uint16_t(t.field), dbRelOp(t.op),
-                                           static_cast<const void*>(t.value.data()), t.logic,
-                                           t.caseSensitive);
+            int added = t.other >= 0 ? file.AddTerm(uint16_t(t.field), dbRelOp(t.op),
+                                                    uint16_t(t.other), t.logic, t.caseSensitive)
+                                     : file.AddTerm(uint16_t(t.field), dbRelOp(t.op),
+                                                    static_cast<const void*>(t.value.data()),
+                                                    t.logic, t.caseSensitive);
             ASSERT_EQ(added, 1);
         }
         std::vector<std::pair<long, Bytes>> expect;
