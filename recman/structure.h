@@ -1,0 +1,35 @@
+// The storage file examined page by page with pread, trusting none of it:
+// every page number, offset, count and length is held against the file's
+// size and the page's bounds before it is followed, so that a damaged file is
+// described instead of handed to the storage library, which trusts every
+// byte it maps.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "recman/filedef.h"
+
+namespace recman {
+
+enum class StructureDepth {
+    // The meta pages, the page size, the last page against the file's size,
+    // the main tree and the roots of the trees it names: a few pages.
+    Cheap,
+    // Every page of every tree and of the free list: keys in order within
+    // and across pages, counts as recorded, and each page used exactly once.
+    Full,
+};
+
+struct StructureResult {
+    // 30 when the file is not a storage file of record files at all, 2 when
+    // it cannot be read, else 0.
+    Status status = 0;
+    // One line per fault found; empty when the file is whole.
+    std::vector<std::string> faults;
+};
+
+// Examines the storage file open for reading at `fd`.
+StructureResult CheckStructure(int fd, StructureDepth depth);
+
+}  // namespace recman
