@@ -54,7 +54,7 @@ bool Plausible(FileEnv& env, const Change& c) {
             if (c.keyLen != 4) return false;
             StoredRecord r;
             return !c.put || DecodeRecord(MDB_val{c.valueLen, const_cast<uint8_t*>(c.value)},
-                                          LoadLe32(c.key), r);
+                                          LoadLe32(c.key), r, env.def().Checksummed());
         }
         case ChangeDb::Index:
             return c.keyLen > 0 && c.keyLen <= kMaxEntry && env.Index(c.index) != 0 &&

@@ -1,11 +1,17 @@
 #include "recman/check.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstring>
 #include <map>
 #include <set>
 
 #include "recman/engine.h"
 #include "recman/keycodec.h"
+#include "recman/structure.h"
 
 namespace recman {
 
@@ -46,8 +52,10 @@ class Checker {
             ++records;
             highest = std::max(highest, address);
             StoredRecord r;
-            if (!DecodeRecord(v, address, r)) {
-                Fault("record " + std::to_string(address) + " cannot be decoded");
+            if (!DecodeRecord(v, address, r, d.Checksummed())) {
+                Fault("record " + std::to_string(address) +
+                      (d.Checksummed() ? " is damaged: its checksum does not match"
+                                       : " cannot be decoded"));
                 continue;
             }
             if (r.length < d.recordLength || (!d.VarLength() && r.length != d.recordLength))
@@ -105,12 +113,19 @@ class Checker {
             std::string value(static_cast<const char*>(k.mv_data), key.length);
             if (entries == 1 || value != last) ++distinct;
             last = value;
+            bool checked = env_.def().Checksummed();
+            if (!key.clustered && !EntryIntact(k, v, checked)) {
+                Fault(name + " entry " + Hex(k.mv_data, k.mv_size) +
+                      " is damaged: its checksum does not match");
+                continue;
+            }
             uint32_t address = AddressOf(v);
             MDB_val rk{4, &address}, rv;
             StoredRecord r;
-            if (mdb_get(txn_, env_.records(), &rk, &rv) != 0 || !DecodeRecord(rv, address, r) ||
-                r.length < env_.def().recordLength) {
-                Fault(name + " entry " + Hex(k.mv_data, k.mv_size) + " points at no record");
+            if (mdb_get(txn_, env_.records(), &rk, &rv) != 0 ||
+                !DecodeRecord(rv, address, r, checked) || r.length < env_.def().recordLength) {
+                Fault(name + " entry " + Hex(k.mv_data, k.mv_size) + " points at record " +
+                      std::to_string(address) + ", which is missing or damaged");
                 continue;
             }
             Entry e;
@@ -120,12 +135,12 @@ class Checker {
                 Fault(name + " entry " + Hex(k.mv_data, k.mv_size) + " does not match record " +
                       std::to_string(address));
             StoredRecord copy;
-            if (key.clustered &&
-                (!DecodeClustered(v, copy) || copy.version != r.version ||
-                 copy.length != r.length || std::memcmp(copy.data, r.data, r.length) != 0))
+            if (key.clustered && !DecodeClustered(k, v, copy, checked))
+                Fault(name + ": the copy of record " + std::to_string(address) +
+                      " is damaged: its checksum does not match");
+            else if (key.clustered && (copy.version != r.version || copy.length != r.length ||
+                                       std::memcmp(copy.data, r.data, r.length) != 0))
                 Fault(name + " holds a stale copy of record " + std::to_string(address));
-            if (!key.clustered && v.mv_size != 4)
-                Fault(name + " entry of record " + std::to_string(address) + " is malformed");
         }
         mdb_cursor_close(c);
         if (rc != MDB_NOTFOUND) return StatusOf(rc);
@@ -155,8 +170,33 @@ Status Engine::Check(const std::string& path, std::vector<std::string>& problems
     std::lock_guard<std::mutex> lk(mu_);
     if (forked_) AfterFork();
     problems.clear();
+    // The structure first, read page by page without trusting it; only a
+    // file whose structure holds is walked through the storage library.
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return (errno == ENOENT || errno == ENOTDIR) ? RM_FILE_NOT_FOUND : RM_IO_ERROR;
+    struct stat sb {};
+    if (::fstat(fd, &sb) != 0 || !S_ISREG(sb.st_mode)) {
+        ::close(fd);
+        return RM_NOT_A_RECMAN_FILE;
+    }
     std::shared_ptr<FileEnv> env;
-    if (Status st = AcquireEnv(path, env)) return st;
+    Status opened = AcquireEnv(path, env);
+    StructureResult structure;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        // Other writers may commit meanwhile and reuse the pages walked: a
+        // walk during which the file changed is made again.
+        uint64_t before = env ? env->LastCommit() : 0;
+        structure = CheckStructure(fd, StructureDepth::Full);
+        if (structure.status || structure.faults.empty() || !env || env->LastCommit() == before)
+            break;
+    }
+    ::close(fd);
+    if (structure.status) return structure.status;
+    if (!structure.faults.empty()) {
+        problems = std::move(structure.faults);
+        return RM_OK;
+    }
+    if (opened) return opened;
     MDB_txn* txn;
     if (Status st = env->Snapshot(txn)) return st;
     if (Status st = Checker(*env, txn, problems).Run()) return st;

@@ -62,6 +62,9 @@ class Engine {
     // For benchmarks only: with `on` false, transactions commit file after
     // file without a journal, as they did before there was one.
     void SetJournalForComparison(bool on);
+    // For tests and benchmarks only: Create makes files of this format
+    // version (the first kept no checksums).
+    void SetCreateVersionForComparison(uint16_t version);
 
   private:
     Engine();
@@ -156,6 +159,9 @@ class Engine {
     Status DropIndex(Request& r);
     Status Extended(Request& r);
 
+    // Damage met through a handle: its file is marked, the read answers 2.
+    Status Damage(Handle& h);
+
     // Hands a found record to the caller and moves the currency onto it.
     Status Deliver(Request& r, Handle& h, const StoredRecord& rec, const KeyDef* path,
                    const MDB_val* entry, bool shared);
@@ -174,6 +180,7 @@ class Engine {
     const FileEnv* queueHeld_ = nullptr;
     bool forked_ = false;
     bool journaled_ = true;
+    uint16_t createVersion_ = kFormatVersion;
     friend void ForkChild();
     friend void ForkPrepare();
     friend void ForkParent();

@@ -231,7 +231,7 @@ Status ParseIndexSpec(const uint8_t* buf, uint32_t len, const FileDef& file, int
 
 std::string SerializeDef(const FileDef& def) {
     ByteWriter w;
-    w.U16(kFormatVersion);
+    w.U16(def.formatVersion);
     w.U16(def.recordLength);
     w.U16(def.pageSize);
     w.U16(def.flags);
@@ -262,7 +262,8 @@ bool DeserializeDef(const void* data, size_t len, FileDef& out) {
     FileDef def;
     uint16_t version = 0, keyCount = 0;
     uint8_t ownerLen = 0;
-    if (!r.U16(version) || version != kFormatVersion) return false;
+    if (!r.U16(version) || version < kOldestFormatVersion || version > kFormatVersion) return false;
+    def.formatVersion = version;
     if (!r.U16(def.recordLength) || !r.U16(def.pageSize) || !r.U16(def.flags) ||
         !r.U16(def.nextIndexId) || !r.U8(def.ownerMode) || !r.U8(ownerLen) || ownerLen > 24)
         return false;
@@ -296,6 +297,12 @@ bool DeserializeDef(const void* data, size_t len, FileDef& out) {
     return true;
 }
 
+uint16_t StoredFormatVersion(const void* data, size_t len) {
+    ByteReader r(data, len);
+    uint16_t version = 0;
+    return r.U16(version) ? version : 0;
+}
+
 size_t StatSize(const FileDef& def) {
     return 16 + 16 * def.SegmentCount();
 }
@@ -305,7 +312,7 @@ void WriteStatFileSpec(const FileDef& def, uint32_t records, uint8_t* out) {
     StoreLe16(out, def.recordLength);
     StoreLe16(out + 2, def.pageSize);
     out[4] = uint8_t(def.keys.size());
-    out[5] = uint8_t(kFormatVersion);
+    out[5] = uint8_t(def.formatVersion);
     StoreLe32(out + 6, records);
     StoreLe16(out + 10, def.flags);
 }

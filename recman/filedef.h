@@ -10,6 +10,10 @@ namespace recman {
 
 using Status = int;
 
+// Format versions of the files: the first kept records without checksums.
+inline constexpr uint16_t kFormatVersion = 2;
+inline constexpr uint16_t kOldestFormatVersion = 1;
+
 struct Segment {
     uint16_t position = 0;  // in the record, counted from 1
     uint16_t length = 0;
@@ -50,6 +54,12 @@ struct FileDef {
     uint16_t nextIndexId = 1;
     std::string owner;  // empty: none
     uint8_t ownerMode = 0;
+    // The file's format: from the second on, records and index entries carry
+    // checksums. Files of the first still open; pack and reindex brings them
+    // to the current one.
+    uint16_t formatVersion = kFormatVersion;
+
+    bool Checksummed() const { return formatVersion >= 2; }
 
     bool VarLength() const { return flags & 0x0001; }
     const KeyDef* FindKey(int number) const;
@@ -62,7 +72,6 @@ struct FileDef {
 bool KnownKeyType(uint8_t type);
 bool KeyLengthFits(uint8_t type, uint16_t length);
 
-inline constexpr uint16_t kFormatVersion = 1;
 inline constexpr size_t kMaxSegments = 255;
 
 // Parses and validates a create spec: 16-byte file spec then 16-byte segments.
@@ -76,6 +85,8 @@ Status ParseIndexSpec(const uint8_t* buf, uint32_t len, const FileDef& file, int
 // Stored form of the definition, kept in the file.
 std::string SerializeDef(const FileDef& def);
 bool DeserializeDef(const void* data, size_t len, FileDef& out);
+// The format version a stored definition names (0 when it names none).
+uint16_t StoredFormatVersion(const void* data, size_t len);
 
 // Stat answer: 16-byte file spec, then one 16-byte spec per segment in key
 // number order. `uniqueCount(id)` gives a key's count of distinct values.

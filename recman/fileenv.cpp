@@ -12,9 +12,11 @@
 #include <filesystem>
 
 #include "recman/bytes.h"
+#include "recman/guard.h"
 #include "recman/journal_file.h"
 #include "recman/recman.h"
 #include "recman/status.h"
+#include "recman/structure.h"
 
 namespace recman {
 
@@ -25,10 +27,6 @@ constexpr unsigned kMaxDbs = 2 * RM_MAX_KEYS + 16;
 const char kDefKey[] = "def";
 const char kStateKey[] = "state";
 const char kMarkKey[] = "journal";
-
-// LMDB's meta page: magic and format at offset 16, page size at 40.
-constexpr uint32_t kLmdbMagic = 0xBEEFC0DE;
-constexpr uint32_t kLmdbDataVersion = 1;
 
 // Address space reserved beyond a file's data, so that it can grow without
 // remapping; RECMAN_MAP_RESERVE_MB, 1 GiB by default. Only address space: no
@@ -63,18 +61,13 @@ MDB_val Val(const std::string& s) {
     return Val(s.data(), s.size());
 }
 
-// Checks that the file starts with a storage header before the storage
-// library touches it (it would turn an empty file into a new store).
-Status CheckHeader(int fd, off_t size) {
-    uint8_t head[64];
-    if (size < off_t(sizeof(head))) return RM_NOT_A_RECMAN_FILE;
-    if (::pread(fd, head, sizeof(head), 0) != ssize_t(sizeof(head))) return RM_IO_ERROR;
-    uint32_t psize = LoadLe32(head + 40);
-    if (LoadLe32(head + 16) != kLmdbMagic || LoadLe32(head + 20) != kLmdbDataVersion)
-        return RM_NOT_A_RECMAN_FILE;
-    if (psize < 512 || psize > 65536 || (psize & (psize - 1)) != 0) return RM_NOT_A_RECMAN_FILE;
-    if (size < off_t(2) * psize) return RM_NOT_A_RECMAN_FILE;
-    return RM_OK;
+// Checks what can be checked cheaply before the storage library touches the
+// file (it would turn an empty file into a new store, and trusts every page
+// it maps): 30 for a foreign file, 2 for a damaged one.
+Status CheckHeader(int fd) {
+    StructureResult r = CheckStructure(fd, StructureDepth::Cheap);
+    if (r.status) return r.status;
+    return r.faults.empty() ? RM_OK : RM_IO_ERROR;
 }
 
 size_t RoundUp(size_t n, size_t unit) {
@@ -190,7 +183,7 @@ Status FileEnv::Init(const std::string& path) {
     struct stat sb {};
     Status st = ::fstat(fd, &sb) == 0 ? RM_OK : RM_IO_ERROR;
     if (st == RM_OK && !S_ISREG(sb.st_mode)) st = RM_NOT_A_RECMAN_FILE;
-    if (st == RM_OK) st = CheckHeader(fd, sb.st_size);
+    if (st == RM_OK) st = CheckHeader(fd);
     ::close(fd);
     if (st) return st;
     dev_ = sb.st_dev;
@@ -215,6 +208,7 @@ Status FileEnv::Init(const std::string& path) {
     }
     if (rc != 0)
         return rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH ? RM_NOT_A_RECMAN_FILE : RM_IO_ERROR;
+    mdb_env_set_assert(env_, OnStorageAssert);
     // A file cut short would fault when its missing pages are touched. The size
     // is read after the page count: pages reach the file before the meta page
     // that counts them, while other processes keep writing.
@@ -223,16 +217,18 @@ Status FileEnv::Init(const std::string& path) {
     mdb_env_info(env_, &info);
     mdb_env_stat(env_, &est);
     if (::stat(path.c_str(), &sb) != 0) return RM_IO_ERROR;
-    if ((uint64_t(info.me_last_pgno) + 1) * est.ms_psize > uint64_t(sb.st_size))
-        return RM_NOT_A_RECMAN_FILE;
+    if ((uint64_t(info.me_last_pgno) + 1) * est.ms_psize > uint64_t(sb.st_size)) return RM_IO_ERROR;
     if (info.me_mapsize > mapSize_) mapSize_ = info.me_mapsize;
 
     MDB_txn* txn = nullptr;
     if (Status st = BeginRead(txn)) return st;
     st = RM_OK;
-    if (mdb_dbi_open(txn, "meta", 0, &metaDbi_) != 0 ||
-        mdb_dbi_open(txn, "rec", MDB_INTEGERKEY, &recDbi_) != 0) {
-        st = RM_NOT_A_RECMAN_FILE;
+    int orc = Guarded([&] {
+        int rc = mdb_dbi_open(txn, "meta", 0, &metaDbi_);
+        return rc ? rc : mdb_dbi_open(txn, "rec", MDB_INTEGERKEY, &recDbi_);
+    });
+    if (orc != 0) {
+        st = orc == MDB_NOTFOUND || orc == MDB_INCOMPATIBLE ? RM_NOT_A_RECMAN_FILE : RM_IO_ERROR;
     } else {
         FileState state;
         st = LoadState(txn, state);
@@ -249,20 +245,57 @@ Status FileEnv::Init(const std::string& path) {
 
 Status FileEnv::LoadState(MDB_txn* txn, FileState& state) {
     MDB_val k = Val(kStateKey, sizeof(kStateKey) - 1), v;
-    int rc = mdb_get(txn, metaDbi_, &k, &v);
+    std::string copy;
+    int rc = Guarded([&] {
+        int grc = mdb_get(txn, metaDbi_, &k, &v);
+        if (grc == 0 && v.mv_size > 65536) grc = MDB_CORRUPTED;
+        if (grc == 0) copy.assign(static_cast<const char*>(v.mv_data), v.mv_size);
+        return grc;
+    });
     if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
+    if (rc == kGuardFault) return Damaged();
     if (rc != 0) return StatusOf(rc);
-    return state.Deserialize(v.mv_data, v.mv_size) ? RM_OK : RM_NOT_A_RECMAN_FILE;
+    return state.Deserialize(copy.data(), copy.size()) ? RM_OK : Damaged();
+}
+
+Status FileEnv::Damaged() {
+    damaged_ = true;
+    return RM_IO_ERROR;
+}
+
+Status FileEnv::VerifyBeforeWrite() {
+    if (damaged_) return RM_IO_ERROR;
+    if (verified_) return RM_OK;
+    int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return RM_IO_ERROR;
+    StructureResult r = CheckStructure(fd, StructureDepth::Full);
+    ::close(fd);
+    if (r.status || !r.faults.empty()) return Damaged();
+    verified_ = true;
+    return RM_OK;
 }
 
 Status FileEnv::ReloadDef(MDB_txn* txn, uint32_t defGen) {
     if (defGen == defGen_) return RM_OK;
     MDB_val k = Val(kDefKey, sizeof(kDefKey) - 1), v;
-    int rc = mdb_get(txn, metaDbi_, &k, &v);
+    std::string copy;
+    int rc = Guarded([&] {
+        int grc = mdb_get(txn, metaDbi_, &k, &v);
+        if (grc == 0 && v.mv_size > 65536) grc = MDB_CORRUPTED;
+        if (grc == 0) copy.assign(static_cast<const char*>(v.mv_data), v.mv_size);
+        return grc;
+    });
     if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
+    if (rc == kGuardFault) return Damaged();
     if (rc != 0) return StatusOf(rc);
     FileDef def;
-    if (!DeserializeDef(v.mv_data, v.mv_size, def)) return RM_NOT_A_RECMAN_FILE;
+    if (!DeserializeDef(copy.data(), copy.size(), def)) {
+        // A format this engine does not know is another file; a definition
+        // that does not decode is damage.
+        uint16_t version = StoredFormatVersion(copy.data(), copy.size());
+        return version > kFormatVersion || version < kOldestFormatVersion ? RM_NOT_A_RECMAN_FILE
+                                                                          : Damaged();
+    }
     def_ = std::move(def);
     defGen_ = defGen;
     return RM_OK;
@@ -278,10 +311,11 @@ Status FileEnv::OpenIndexDbs() {
         if (!txn)
             if (Status st = BeginRead(txn)) return st;
         MDB_dbi dbi;
-        int rc = mdb_dbi_open(txn, IndexName(k.id).c_str(), 0, &dbi);
+        std::string name = IndexName(k.id);
+        int rc = Guarded([&] { return mdb_dbi_open(txn, name.c_str(), 0, &dbi); });
         if (rc != 0) {
             mdb_txn_abort(txn);
-            return rc == MDB_NOTFOUND ? RM_NOT_A_RECMAN_FILE : StatusOf(rc);
+            return rc == MDB_NOTFOUND || rc == MDB_INCOMPATIBLE ? RM_IO_ERROR : StatusOf(rc);
         }
         indexDbi_[k.id] = dbi;
     }
@@ -391,6 +425,7 @@ Status FileEnv::Snapshot(MDB_txn*& out) {
 
 Status FileEnv::BeginWrite(MDB_txn*& out, FileState& state) {
     if (readOnly_) return RM_ACCESS_DENIED;
+    if (Status st = VerifyBeforeWrite()) return st;
     // The snapshot is out of date once this write commits, and until then it
     // would keep the pages the write frees from being used again.
     ReleaseSnapshot();

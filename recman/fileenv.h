@@ -143,6 +143,12 @@ class FileEnv {
     // Leaves the environment to the process that opened it (after fork).
     void Abandon();
 
+    // Damage found in the file (a checksum that does not match, a fault in
+    // its pages, a structure that does not hold): from then on this process
+    // changes nothing in it, and the read that found it answers 2.
+    Status Damaged();
+    bool damaged() const { return damaged_; }
+
   private:
     FileEnv() = default;
     Status Init(const std::string& path);
@@ -150,6 +156,9 @@ class FileEnv {
     Status OpenIndexDbs();
     Status AdoptMapSize();
     Status BeginRead(MDB_txn*& txn);
+    // The whole structure is checked once before this process first changes
+    // the file: the storage library writes only into pages that hold.
+    Status VerifyBeforeWrite();
 
     std::string path_;
     std::string canonical_;
@@ -169,6 +178,8 @@ class FileEnv {
     uint64_t gen_ = 1;
     bool used_ = false;  // the snapshot was used since the last sweep
     size_t mapSize_ = 0;
+    bool damaged_ = false;
+    bool verified_ = false;
     LockFile writerLock_;
 };
 

@@ -1,10 +1,12 @@
 // Extended operations: many records, filtered and cut to selected fields, in
 // one call, following a key path (36, 37) or physical order (38, 39).
+#include <algorithm>
 #include <cstring>
 
 #include "recman/bytes.h"
 #include "recman/engine.h"
 #include "recman/extended.h"
+#include "recman/guard.h"
 #include "recman/keycodec.h"
 
 namespace recman {
@@ -44,17 +46,47 @@ Status Engine::Extended(Request& r) {
     const void* at = physical ? static_cast<const void*>(&address) : h->cur.entry.bytes;
     size_t atLen = physical ? 4 : h->cur.entry.len;
     MDB_val k, v;
-    int rc0;
-    if (d.useCurrent && pos == Pos::On) {
-        rc0 = forward ? SeekFirstAtOrAfter(c.c, at, atLen, k, v)
-                      : SeekLastAtOrBefore(c.c, at, atLen, atLen, k, v);
-    } else if (forward) {
-        rc0 = pos == Pos::Before ? SeekFirstAtOrAfter(c.c, at, atLen, k, v)
-                                 : SeekFirstAfter(c.c, at, atLen, atLen, k, v);
-    } else {
-        rc0 = pos == Pos::After ? SeekLastAtOrBefore(c.c, at, atLen, atLen, k, v)
-                                : SeekLastBefore(c.c, at, atLen, k, v);
-    }
+    const bool checked = def.Checksummed();
+    // Positions the cursor (first: where the scan starts, else the next
+    // record) and reads what it finds, guarded against damaged pages: the
+    // record, or false when it does not hold.
+    bool first = true;
+    uintptr_t page = 0;  // the storage page asked for last
+    auto fetch = [&](int& rc1, StoredRecord& rec) {
+        bool intact = true;
+        int g = Guarded([&] {
+            if (!first) {
+                rc1 = mdb_cursor_get(c.c, &k, &v, forward ? MDB_NEXT : MDB_PREV);
+            } else if (d.useCurrent && pos == Pos::On) {
+                rc1 = forward ? SeekFirstAtOrAfter(c.c, at, atLen, k, v)
+                              : SeekLastAtOrBefore(c.c, at, atLen, atLen, k, v);
+            } else if (forward) {
+                rc1 = pos == Pos::Before ? SeekFirstAtOrAfter(c.c, at, atLen, k, v)
+                                         : SeekFirstAfter(c.c, at, atLen, atLen, k, v);
+            } else {
+                rc1 = pos == Pos::After ? SeekLastAtOrBefore(c.c, at, atLen, atLen, k, v)
+                                        : SeekLastBefore(c.c, at, atLen, k, v);
+            }
+            if (rc1 != 0) return 0;
+            TouchPage(k.mv_data, page);
+            if (physical) {
+                uint32_t a = 0;
+                std::memcpy(&a, k.mv_data, std::min<size_t>(k.mv_size, 4));
+                intact = DecodeRecord(v, a, rec, checked);
+            } else if (key->clustered) {
+                intact = DecodeClustered(k, v, rec, checked);
+            } else {
+                uint32_t a = AddressOf(v);
+                MDB_val rk{4, &a}, rv;
+                intact = EntryIntact(k, v, checked) &&
+                         mdb_cursor_get(rc.c, &rk, &rv, MDB_SET_KEY) == 0 &&
+                         DecodeRecord(rv, a, rec, checked);
+            }
+            return 0;
+        });
+        first = false;
+        return g == 0 && intact && rc1 != MDB_CORRUPTED && rc1 != MDB_PAGE_NOTFOUND;
+    };
 
     const uint32_t capacity = r.DataLen();
     const uint32_t entrySize = 6 + d.ExtractLength();
@@ -65,27 +97,19 @@ Status Engine::Extended(Request& r) {
     uint32_t lastAddress = 0, lastVersion = 0;
     MDB_val lastKey{0, nullptr};
     Status result = RM_OK;
-    uintptr_t page = 0;
-    for (int rc1 = rc0;; rc1 = mdb_cursor_get(c.c, &k, &v, forward ? MDB_NEXT : MDB_PREV)) {
+    for (;;) {
+        int rc1 = 0;
+        StoredRecord rec;
+        if (!fetch(rc1, rec)) {
+            for (uint32_t a : taken)
+                h->ReleaseLock(a);
+            return Damage(*h);
+        }
         if (rc1 == MDB_NOTFOUND) {
             result = RM_END_OF_FILE;
             break;
         }
         if (rc1 != 0) return StatusOf(rc1);
-        TouchPage(k.mv_data, page);
-        StoredRecord rec;
-        if (physical) {
-            uint32_t a = 0;
-            std::memcpy(&a, k.mv_data, 4);
-            if (!DecodeRecord(v, a, rec)) return RM_IO_ERROR;
-        } else if (key->clustered) {
-            if (!DecodeClustered(v, rec)) return RM_IO_ERROR;
-        } else {
-            uint32_t a = AddressOf(v);
-            MDB_val rk{4, &a}, rv;
-            if (mdb_cursor_get(rc.c, &rk, &rv, MDB_SET_KEY) != 0 || !DecodeRecord(rv, a, rec))
-                return RM_IO_ERROR;
-        }
         if (d.Qualifies(rec.data, rec.length)) {
             if (out.size() + entrySize > capacity) break;  // the next entry does not fit
             if (r.lock) {

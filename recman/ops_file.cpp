@@ -135,11 +135,17 @@ Status Engine::Create(Request& r) {
     if (!r.data) return RM_DATA_BUFFER_TOO_SHORT;
     FileDef def;
     if (Status st = ParseCreateSpec(r.data, r.DataLen(), def)) return st;
+    def.formatVersion = createVersion_;
     if (exists) {
         if (r.keyNum == RM_CREATE_NO_REPLACE) return RM_FILE_EXISTS;
         if (FileInUse(path)) return RM_INCOMPATIBLE_MODE;
     }
     return FileEnv::CreateFile(path, def);
+}
+
+void Engine::SetCreateVersionForComparison(uint16_t version) {
+    std::lock_guard<std::mutex> lk(mu_);
+    createVersion_ = version;
 }
 
 Status Engine::Stat(Request& r) {

@@ -4,6 +4,7 @@
 
 #include "recman/bytes.h"
 #include "recman/engine.h"
+#include "recman/guard.h"
 #include "recman/keycodec.h"
 
 namespace recman {
@@ -16,12 +17,12 @@ Status NotFound(int rc, Status whenAbsent) {
 }
 
 // Fetches the record at `address` through `c`, leaving the cursor on it.
-Status FetchRecord(MDB_cursor* c, uint32_t address, StoredRecord& rec) {
+Status FetchRecord(MDB_cursor* c, uint32_t address, StoredRecord& rec, bool checked) {
     MDB_val k{4, &address}, v;
     int rc = mdb_cursor_get(c, &k, &v, MDB_SET_KEY);
     if (rc == MDB_NOTFOUND) return RM_INVALID_RECORD_ADDRESS;
     if (rc != 0) return StatusOf(rc);
-    return DecodeRecord(v, address, rec) ? RM_OK : RM_IO_ERROR;
+    return DecodeRecord(v, address, rec, checked) ? RM_OK : RM_IO_ERROR;
 }
 
 }  // namespace
@@ -70,59 +71,79 @@ Status Engine::GetKeyed(Request& r) {
     }
     CursorRef c;
     if ((st = IndexCursor(*h, txn, shared, *key, c))) return st;
+    bool fetched = !key->clustered;  // the primary key's entries carry the record
+    CursorRef rc2;
+    if (fetched && (st = RecordCursor(*h, txn, shared, rc2))) return st;
 
     size_t entryLen = EntryLength(*key);
     uint8_t sk[RM_MAX_KEY_LENGTH];
+    if (r.op != RM_GET_FIRST && r.op != RM_GET_LAST && !step) SortKeyFromKeyBuffer(*key, r.key, sk);
     MDB_val k, v;
     int rc;
     const Entry& e = h->cur.entry;
-    switch (r.op) {
-        case RM_GET_EQUAL:
-            SortKeyFromKeyBuffer(*key, r.key, sk);
-            rc = SeekFirstAtOrAfter(c.c, sk, key->length, k, v);
-            if (rc == 0 && (k.mv_size < key->length || std::memcmp(k.mv_data, sk, key->length)))
-                rc = MDB_NOTFOUND;
-            break;
-        case RM_GET_GREATER:
-            SortKeyFromKeyBuffer(*key, r.key, sk);
-            rc = SeekFirstAfter(c.c, sk, key->length, entryLen, k, v);
-            break;
-        case RM_GET_GREATER_OR_EQUAL:
-            SortKeyFromKeyBuffer(*key, r.key, sk);
-            rc = SeekFirstAtOrAfter(c.c, sk, key->length, k, v);
-            break;
-        case RM_GET_LESS:
-            SortKeyFromKeyBuffer(*key, r.key, sk);
-            rc = SeekLastBefore(c.c, sk, key->length, k, v);
-            break;
-        case RM_GET_LESS_OR_EQUAL:
-            SortKeyFromKeyBuffer(*key, r.key, sk);
-            rc = SeekLastAtOrBefore(c.c, sk, key->length, entryLen, k, v);
-            break;
-        case RM_GET_FIRST:
-            rc = mdb_cursor_get(c.c, &k, &v, MDB_FIRST);
-            break;
-        case RM_GET_LAST:
-            rc = mdb_cursor_get(c.c, &k, &v, MDB_LAST);
-            break;
-        case RM_GET_NEXT:
-            if (shared && h->idxAtCurrency && h->cur.logical == Pos::On)
-                rc = mdb_cursor_get(c.c, &k, &v, MDB_NEXT);
-            else if (h->cur.logical == Pos::Before)
-                rc = SeekFirstAtOrAfter(c.c, e.bytes, e.len, k, v);
-            else
-                rc = SeekFirstAfter(c.c, e.bytes, e.len, e.len, k, v);
-            break;
-        default:  // RM_GET_PREVIOUS
-            if (shared && h->idxAtCurrency && h->cur.logical == Pos::On)
-                rc = mdb_cursor_get(c.c, &k, &v, MDB_PREV);
-            else if (h->cur.logical == Pos::After)
-                rc = SeekLastAtOrBefore(c.c, e.bytes, e.len, e.len, k, v);
-            else
-                rc = SeekLastBefore(c.c, e.bytes, e.len, k, v);
-            break;
-    }
+    bool checked = h->env->def().Checksummed();
+    StoredRecord rec;
+    Status found = RM_OK;
+    // The walk through the pages and the reading of what it finds run
+    // guarded: a damaged page ends them with a fault, not the process.
+    int g = Guarded([&] {
+        switch (r.op) {
+            case RM_GET_EQUAL:
+                rc = SeekFirstAtOrAfter(c.c, sk, key->length, k, v);
+                if (rc == 0 && (k.mv_size < key->length || std::memcmp(k.mv_data, sk, key->length)))
+                    rc = MDB_NOTFOUND;
+                break;
+            case RM_GET_GREATER:
+                rc = SeekFirstAfter(c.c, sk, key->length, entryLen, k, v);
+                break;
+            case RM_GET_GREATER_OR_EQUAL:
+                rc = SeekFirstAtOrAfter(c.c, sk, key->length, k, v);
+                break;
+            case RM_GET_LESS:
+                rc = SeekLastBefore(c.c, sk, key->length, k, v);
+                break;
+            case RM_GET_LESS_OR_EQUAL:
+                rc = SeekLastAtOrBefore(c.c, sk, key->length, entryLen, k, v);
+                break;
+            case RM_GET_FIRST:
+                rc = mdb_cursor_get(c.c, &k, &v, MDB_FIRST);
+                break;
+            case RM_GET_LAST:
+                rc = mdb_cursor_get(c.c, &k, &v, MDB_LAST);
+                break;
+            case RM_GET_NEXT:
+                if (shared && h->idxAtCurrency && h->cur.logical == Pos::On)
+                    rc = mdb_cursor_get(c.c, &k, &v, MDB_NEXT);
+                else if (h->cur.logical == Pos::Before)
+                    rc = SeekFirstAtOrAfter(c.c, e.bytes, e.len, k, v);
+                else
+                    rc = SeekFirstAfter(c.c, e.bytes, e.len, e.len, k, v);
+                break;
+            default:  // RM_GET_PREVIOUS
+                if (shared && h->idxAtCurrency && h->cur.logical == Pos::On)
+                    rc = mdb_cursor_get(c.c, &k, &v, MDB_PREV);
+                else if (h->cur.logical == Pos::After)
+                    rc = SeekLastAtOrBefore(c.c, e.bytes, e.len, e.len, k, v);
+                else
+                    rc = SeekLastBefore(c.c, e.bytes, e.len, k, v);
+                break;
+        }
+        if (rc != 0) return 0;
+        if (step) TouchPage(k.mv_data, h->touchedPage);
+        if (!fetched) {
+            if (!DecodeClustered(k, v, rec, checked)) found = RM_IO_ERROR;
+        } else if (!EntryIntact(k, v, checked)) {
+            found = RM_IO_ERROR;
+        } else {
+            found = FetchRecord(rc2.c, AddressOf(v), rec, checked);
+            // An entry pointing at no record is damage as well.
+            if (found == RM_INVALID_RECORD_ADDRESS) found = RM_IO_ERROR;
+        }
+        return 0;
+    });
     h->idxAtCurrency = h->recAtCurrency = false;
+    if (g || rc == MDB_CORRUPTED || rc == MDB_PAGE_NOTFOUND || found == RM_IO_ERROR)
+        return Damage(*h);
     if (rc == MDB_NOTFOUND && step) {
         // Ran off an end: the way back still leads to the record at that end.
         h->cur.logical = r.op == RM_GET_NEXT ? Pos::After : Pos::Before;
@@ -130,22 +151,19 @@ Status Engine::GetKeyed(Request& r) {
         return RM_END_OF_FILE;
     }
     if (rc != 0) return NotFound(rc, r.op == RM_GET_EQUAL ? RM_KEY_NOT_FOUND : RM_END_OF_FILE);
-    if (step) TouchPage(k.mv_data, h->touchedPage);
+    if (found) return found;
 
-    StoredRecord rec;
-    bool fetched = !key->clustered;  // the primary key's entries carry the record
-    if (!fetched) {
-        if (!DecodeClustered(v, rec)) return RM_IO_ERROR;
-    } else {
-        CursorRef rc2;
-        if ((st = RecordCursor(*h, txn, shared, rc2))) return st;
-        if ((st = FetchRecord(rc2.c, AddressOf(v), rec)))
-            return st == RM_INVALID_RECORD_ADDRESS ? RM_IO_ERROR : st;
-    }
     st = Deliver(r, *h, rec, key, &k, shared);
     h->idxAtCurrency = shared && (st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT);
     h->recAtCurrency = fetched && h->idxAtCurrency;
     return st;
+}
+
+Status Engine::Damage(Handle& h) {
+    // The handle's cursors may have stopped half way through a page; the
+    // snapshot itself holds nothing a fault could have left half done.
+    h.CloseCursors();
+    return h.env->Damaged();
 }
 
 Status Engine::Step(Request& r) {
@@ -164,21 +182,33 @@ Status Engine::Step(Request& r) {
     uint32_t at = h->cur.address;
     MDB_val k, v;
     int rc;
-    if (r.op == RM_STEP_FIRST)
-        rc = mdb_cursor_get(c.c, &k, &v, MDB_FIRST);
-    else if (r.op == RM_STEP_LAST)
-        rc = mdb_cursor_get(c.c, &k, &v, MDB_LAST);
-    else if (next && atCurrency)
-        rc = mdb_cursor_get(c.c, &k, &v, MDB_NEXT);
-    else if (prev && atCurrency)
-        rc = mdb_cursor_get(c.c, &k, &v, MDB_PREV);
-    else if (next)
-        rc = h->cur.physical == Pos::Before ? SeekFirstAtOrAfter(c.c, &at, 4, k, v)
-                                            : SeekFirstAfter(c.c, &at, 4, 4, k, v);
-    else
-        rc = h->cur.physical == Pos::After ? SeekLastAtOrBefore(c.c, &at, 4, 4, k, v)
-                                           : SeekLastBefore(c.c, &at, 4, k, v);
+    StoredRecord rec;
+    bool intact = true;
+    int g = Guarded([&] {
+        if (r.op == RM_STEP_FIRST)
+            rc = mdb_cursor_get(c.c, &k, &v, MDB_FIRST);
+        else if (r.op == RM_STEP_LAST)
+            rc = mdb_cursor_get(c.c, &k, &v, MDB_LAST);
+        else if (next && atCurrency)
+            rc = mdb_cursor_get(c.c, &k, &v, MDB_NEXT);
+        else if (prev && atCurrency)
+            rc = mdb_cursor_get(c.c, &k, &v, MDB_PREV);
+        else if (next)
+            rc = h->cur.physical == Pos::Before ? SeekFirstAtOrAfter(c.c, &at, 4, k, v)
+                                                : SeekFirstAfter(c.c, &at, 4, 4, k, v);
+        else
+            rc = h->cur.physical == Pos::After ? SeekLastAtOrBefore(c.c, &at, 4, 4, k, v)
+                                               : SeekLastBefore(c.c, &at, 4, k, v);
+        if (rc == 0) {
+            if (next || prev) TouchPage(k.mv_data, h->touchedPage);
+            uint32_t address = 0;
+            std::memcpy(&address, k.mv_data, std::min<size_t>(k.mv_size, 4));
+            intact = k.mv_size == 4 && DecodeRecord(v, address, rec, h->env->def().Checksummed());
+        }
+        return 0;
+    });
     h->idxAtCurrency = h->recAtCurrency = false;
+    if (g || rc == MDB_CORRUPTED || rc == MDB_PAGE_NOTFOUND || !intact) return Damage(*h);
     if (rc == MDB_NOTFOUND) {
         if (next || prev) {
             h->cur.physical = next ? Pos::After : Pos::Before;
@@ -187,11 +217,6 @@ Status Engine::Step(Request& r) {
         return RM_END_OF_FILE;
     }
     if (rc != 0) return StatusOf(rc);
-    if (next || prev) TouchPage(k.mv_data, h->touchedPage);
-    uint32_t address = 0;
-    std::memcpy(&address, k.mv_data, 4);
-    StoredRecord rec;
-    if (!DecodeRecord(v, address, rec)) return RM_IO_ERROR;
     st = Deliver(r, *h, rec, nullptr, nullptr, shared);
     h->recAtCurrency = shared && (st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT);
     return st;
@@ -212,7 +237,11 @@ Status Engine::GetDirect(Request& r) {
     if ((st = RecordCursor(*h, txn, shared, c))) return st;
     StoredRecord rec;
     h->idxAtCurrency = h->recAtCurrency = false;
-    if ((st = FetchRecord(c.c, LoadLe32(r.data), rec))) return st;
+    uint32_t address = LoadLe32(r.data);
+    bool checked = h->env->def().Checksummed();
+    if (Guarded([&] { return st = FetchRecord(c.c, address, rec, checked), 0; })) return Damage(*h);
+    if (st == RM_IO_ERROR) return Damage(*h);
+    if (st) return st;
     Entry e;
     bool inPath = !ExcludedFromIndex(*key, rec.data);
     if (inPath) MakeEntry(*key, rec.data, rec.SeqOf(key->id), e);

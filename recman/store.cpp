@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "recman/bytes.h"
+#include "recman/crc32c.h"
 #include "recman/keycodec.h"
 #include "recman/status.h"
 
@@ -41,31 +42,65 @@ uint64_t StoredRecord::SeqOf(uint16_t indexId) const {
     return 0;
 }
 
-bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out) {
+namespace {
+
+// The checksum of a stored value: over `key` and the value without its last
+// four bytes. The key binds the value to the place it is stored under.
+uint32_t ValueCrc(const void* key, size_t keyLen, const uint8_t* value, size_t n) {
+    return Crc32c(value, n, Crc32c(key, keyLen));
+}
+
+bool ChecksumHolds(const void* key, size_t keyLen, const MDB_val& v) {
+    if (v.mv_size < kChecksumSize) return false;
     const uint8_t* p = static_cast<const uint8_t*>(v.mv_data);
-    if (v.mv_size < kHeader) return false;
+    size_t n = v.mv_size - kChecksumSize;
+    return ValueCrc(key, keyLen, p, n) == LoadLe32(p + n);
+}
+
+}  // namespace
+
+bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out, bool checked) {
+    const uint8_t* p = static_cast<const uint8_t*>(v.mv_data);
+    size_t size = v.mv_size;
+    if (checked) {
+        uint8_t key[4];
+        StoreLe32(key, address);
+        if (!ChecksumHolds(key, 4, v)) return false;
+        size -= kChecksumSize;
+    }
+    if (size < kHeader || size > kHeader + 255 * kSeqPair + RM_MAX_RECORD_LENGTH) return false;
     uint8_t n = p[4];
     size_t head = kHeader + n * kSeqPair;
-    if (v.mv_size < head) return false;
+    if (size < head) return false;
     out.address = address;
     out.version = LoadLe32(p);
     out.seqCount = n;
     out.seqs = p + kHeader;
     out.data = p + head;
-    out.length = uint32_t(v.mv_size - head);
+    out.length = uint32_t(size - head);
     return true;
 }
 
-bool DecodeClustered(const MDB_val& v, StoredRecord& out) {
-    if (v.mv_size < 8) return false;
+bool DecodeClustered(const MDB_val& k, const MDB_val& v, StoredRecord& out, bool checked) {
+    size_t size = v.mv_size;
+    if (checked) {
+        if (!ChecksumHolds(k.mv_data, k.mv_size, v)) return false;
+        size -= kChecksumSize;
+    }
+    if (size < 8 || size > 8 + RM_MAX_RECORD_LENGTH) return false;
     const uint8_t* p = static_cast<const uint8_t*>(v.mv_data);
     std::memcpy(&out.address, p, 4);
     out.version = LoadLe32(p + 4);
     out.data = p + 8;
-    out.length = uint32_t(v.mv_size - 8);
+    out.length = uint32_t(size - 8);
     out.seqs = nullptr;
     out.seqCount = 0;
     return true;
+}
+
+bool EntryIntact(const MDB_val& k, const MDB_val& v, bool checked) {
+    if (!checked) return v.mv_size == 4;
+    return v.mv_size == 4 + kChecksumSize && ChecksumHolds(k.mv_data, k.mv_size, v);
 }
 
 void MakeEntry(const KeyDef& key, const uint8_t* record, uint64_t seq, Entry& out) {
@@ -124,7 +159,7 @@ int Store::Get(uint32_t address, StoredRecord& out) {
     MDB_val k = Val(&address, 4), v;
     int rc = mdb_get(txn_, env_.records(), &k, &v);
     if (rc != 0) return rc;
-    return DecodeRecord(v, address, out) ? 0 : MDB_CORRUPTED;
+    return DecodeRecord(v, address, out, def().Checksummed()) ? 0 : MDB_CORRUPTED;
 }
 
 uint64_t SeqIn(const std::vector<std::pair<uint16_t, uint64_t>>& seqs, uint16_t id) {
@@ -135,7 +170,8 @@ uint64_t SeqIn(const std::vector<std::pair<uint16_t, uint64_t>>& seqs, uint16_t 
 
 Status Store::PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, const uint8_t* data,
                         uint32_t len, unsigned flags) {
-    scratch_.resize(kHeader + seqs.size() * kSeqPair + len);
+    bool checked = def().Checksummed();
+    scratch_.resize(kHeader + seqs.size() * kSeqPair + len + (checked ? kChecksumSize : 0));
     uint8_t* p = reinterpret_cast<uint8_t*>(scratch_.data());
     StoreLe32(p, version);
     p[4] = uint8_t(seqs.size());
@@ -146,6 +182,13 @@ Status Store::PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, co
         p += kSeqPair;
     }
     std::memcpy(p, data, len);
+    if (checked) {
+        uint8_t key[4];
+        StoreLe32(key, address);
+        size_t n = scratch_.size() - kChecksumSize;
+        const uint8_t* head = reinterpret_cast<const uint8_t*>(scratch_.data());
+        StoreLe32(p + len, ValueCrc(key, 4, head, n));
+    }
     MDB_val k = Val(&address, 4), v = Val(scratch_.data(), scratch_.size());
     NoteRecord(address);
     int rc = mdb_put(txn_, env_.records(), &k, &v, flags);
@@ -165,7 +208,7 @@ Status Store::Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& 
     return RM_OK;
 }
 
-MDB_val Store::EntryValue(const KeyDef& key, uint32_t address, uint32_t version,
+MDB_val Store::EntryValue(const KeyDef& key, const Entry& e, uint32_t address, uint32_t version,
                           const uint8_t* data, uint32_t len) {
     if (!key.clustered) {
         value_.assign(reinterpret_cast<const char*>(&address), 4);
@@ -174,6 +217,12 @@ MDB_val Store::EntryValue(const KeyDef& key, uint32_t address, uint32_t version,
         std::memcpy(value_.data(), &address, 4);
         StoreLe32(reinterpret_cast<uint8_t*>(value_.data()) + 4, version);
         std::memcpy(value_.data() + 8, data, len);
+    }
+    if (def().Checksummed()) {
+        size_t n = value_.size();
+        value_.resize(n + kChecksumSize);
+        uint8_t* p = reinterpret_cast<uint8_t*>(value_.data());
+        StoreLe32(p + n, ValueCrc(e.bytes, e.len, p, n));
     }
     return Val(value_.data(), value_.size());
 }
@@ -193,7 +242,7 @@ Status Store::AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint
     } else {
         state.UniqueRef(key.id)++;
     }
-    MDB_val k = Val(e.bytes, e.len), v = EntryValue(key, address, version, data, len);
+    MDB_val k = Val(e.bytes, e.len), v = EntryValue(key, e, address, version, data, len);
     NoteEntry(key, e.bytes, e.len);
     int rc = mdb_put(txn_, dbi, &k, &v, key.Duplicates() ? 0 : MDB_NOOVERWRITE);
     if (rc == MDB_KEYEXIST) return RM_DUPLICATE_KEY;
@@ -252,7 +301,13 @@ Status Store::HighestValue(const KeyDef& key, int seg, int64_t& out) {
     for (rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0;
          rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
         StoredRecord r;
-        if (DecodeRecord(v, 0, r)) consider(r);
+        uint32_t address = 0;
+        std::memcpy(&address, k.mv_data, std::min<size_t>(k.mv_size, 4));
+        if (!DecodeRecord(v, address, r, def().Checksummed())) {
+            rc = MDB_CORRUPTED;
+            break;
+        }
+        consider(r);
     }
     mdb_cursor_close(c);
     return rc == MDB_NOTFOUND ? RM_OK : StatusOf(rc);
@@ -367,7 +422,7 @@ Status Store::Update(FileState& state, const StoredRecord& old, const uint8_t* d
             if (key.clustered) {
                 // Same place in the index, new copy of the record.
                 MDB_val k = Val(c.oldEntry.bytes, c.oldEntry.len),
-                        v = EntryValue(key, address, newVersion, data, len);
+                        v = EntryValue(key, c.oldEntry, address, newVersion, data, len);
                 NoteEntry(key, c.oldEntry.bytes, c.oldEntry.len);
                 if (int rc = mdb_put(txn_, IndexDbi(key), &k, &v, 0)) return StatusOf(rc);
             }
@@ -407,7 +462,7 @@ Status Store::BuildIndex(FileState& state, const KeyDef& key) {
         StoredRecord r;
         uint32_t address = 0;
         std::memcpy(&address, k.mv_data, 4);
-        if (!DecodeRecord(v, address, r)) {
+        if (!DecodeRecord(v, address, r, def().Checksummed())) {
             st = RM_IO_ERROR;
             break;
         }

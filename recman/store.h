@@ -7,6 +7,10 @@
 // sequence that keeps insertion order among equal values; its value is the
 // record's address, and in the clustered (primary) key also the record's
 // version and bytes.
+//
+// In files of the current format every stored record and index entry ends in
+// a CRC-32C over its key and the rest of its value, so that bytes changed on
+// disk are noticed on every read instead of being returned as data.
 #pragma once
 
 #include <lmdb.h>
@@ -36,9 +40,16 @@ struct StoredRecord {
     uint64_t SeqOf(uint16_t indexId) const;  // 0 when the record has none for it
 };
 
-bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out);
-// The record copy in an entry of the clustered key: address, version, bytes.
-bool DecodeClustered(const MDB_val& v, StoredRecord& out);
+inline constexpr size_t kChecksumSize = 4;
+
+// Reads a stored record; false when it is malformed or, with `checked`, when
+// its checksum does not match.
+bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out, bool checked);
+// The record copy in an entry `k` of the clustered key: address, version, bytes.
+bool DecodeClustered(const MDB_val& k, const MDB_val& v, StoredRecord& out, bool checked);
+// Whether an entry `k` of another key is whole: its value is the address,
+// and with `checked` the checksum after it.
+bool EntryIntact(const MDB_val& k, const MDB_val& v, bool checked);
 
 struct Entry {
     uint8_t bytes[kMaxEntry];
@@ -117,8 +128,8 @@ class Store {
     // carries the record's version and bytes.
     Status AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint32_t address,
                     uint32_t version, const uint8_t* data, uint32_t len);
-    MDB_val EntryValue(const KeyDef& key, uint32_t address, uint32_t version, const uint8_t* data,
-                       uint32_t len);
+    MDB_val EntryValue(const KeyDef& key, const Entry& e, uint32_t address, uint32_t version,
+                       const uint8_t* data, uint32_t len);
     Status RemoveEntry(FileState& state, const KeyDef& key, const Entry& e);
     Status Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& conflict);
     Status PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, const uint8_t* data,
