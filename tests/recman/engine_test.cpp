@@ -267,7 +267,7 @@ TEST_F(EngineTest, StatAndVersion) {
     EXPECT_EQ(rmtest::Get16(&st[0]), 40);
     EXPECT_EQ(rmtest::Get16(&st[2]), 2048);
     EXPECT_EQ(st[4], 2);  // keys
-    EXPECT_EQ(st[5], 1);  // format version
+    EXPECT_EQ(st[5], 2);  // format version: records carry checksums
     EXPECT_EQ(rmtest::Get32(&st[6]), 5u);
     EXPECT_EQ(rmtest::Get16(&st[10]), RM_FILE_VAR_LENGTH | RM_FILE_KEY_NUMBERS);
     // Segments come in key-number order: key 1's two segments, then key 4.

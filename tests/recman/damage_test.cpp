@@ -1,0 +1,254 @@
+// Damaged record files: every page of a filled file overwritten in turn (zeros,
+// 0xFF, random bytes), the file cut short at every page boundary, its meta
+// pages swapped or zeroed. Each copy is checked, opened, walked on every key,
+// read record by record and changed, in a child process of its own: no child
+// dies or hangs, nothing returned was never written, and the check reports
+// damage whenever the file does not give back exactly what was written.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <set>
+#include <sstream>
+
+#include "recman/check.h"
+#include "recman/engine.h"
+#include "rm_util.h"
+
+namespace {
+
+using rmtest::Handle;
+namespace fs = std::filesystem;
+
+constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
+constexpr size_t kPage = 4096;
+constexpr uint16_t kLength = 48;
+#if defined(__SANITIZE_ADDRESS__)
+constexpr uint32_t kRecords = 1500;  // every page is still swept, in fewer pages
+#else
+constexpr uint32_t kRecords = 3000;
+#endif
+
+std::string ReadAll(const std::string& p) {
+    std::ifstream f(p, std::ios::binary);
+    std::ostringstream out;
+    out << f.rdbuf();
+    return out.str();
+}
+
+// Writes a new file (a new inode: nothing of an earlier copy is reused).
+void WriteFresh(const std::string& p, const std::string& s) {
+    fs::remove(p);
+    fs::remove(p + "-lock");
+    std::ofstream f(p, std::ios::binary | std::ios::trunc);
+    f << s;
+}
+
+std::vector<uint8_t> Record(uint32_t id) {
+    std::vector<uint8_t> r(kLength, 0);
+    rmtest::Put32(r.data(), id);
+    std::string name = "name" + std::to_string(id % 97);
+    std::memcpy(r.data() + 4, name.data(), name.size());
+    for (size_t i = 20; i < kLength; ++i)
+        r[i] = uint8_t(id * 31 + i);
+    return r;
+}
+
+std::vector<uint8_t> Spec() {
+    return rmtest::Spec(kLength, {{{1, 4, EXT, RM_TYPE_INTEGER}},
+                                  {{5, 16, EXT | RM_KEY_DUPLICATES, RM_TYPE_ZSTRING}}});
+}
+
+// What a child found in one copy.
+struct Outcome {
+    int16_t check = -1;
+    uint32_t problems = 0;
+    int16_t open = -1;
+    bool exact = true;     // walks and reads gave back exactly the records written
+    uint32_t foreign = 0;  // records returned that were never written
+    int16_t insert = -1, update = -1;
+};
+
+// The intact file, its records and the order of each key.
+struct Original {
+    rmtest::TempDir dir;
+    std::string path = dir.File("whole.dat");
+    std::string bytes;
+    std::set<std::vector<uint8_t>> written;
+    std::vector<std::vector<uint8_t>> order[2];
+
+    Original() {
+        EXPECT_EQ(rmtest::CreateFile(path, Spec()), RM_OK);
+        Handle h;
+        EXPECT_EQ(h.Open(path), RM_OK);
+        for (uint32_t i = 0; i < kRecords; ++i) {
+            auto r = Record((i * 7919u) % kRecords);
+            written.insert(r);
+            EXPECT_EQ(h.Insert(r), RM_OK);
+        }
+        for (int k = 0; k < 2; ++k) {
+            std::vector<uint8_t> r;
+            for (int16_t st = h.Get(RM_GET_FIRST, int8_t(k), r); st == RM_OK;
+                 st = h.Get(RM_GET_NEXT, int8_t(k), r))
+                order[k].push_back(r);
+        }
+        h.Close();
+        bytes = ReadAll(path);
+    }
+};
+
+const Original& Whole() {
+    static Original* o = new Original;
+    return *o;
+}
+
+Outcome Probe(const std::string& path) {
+    const Original& o = Whole();
+    Outcome out;
+    std::vector<std::string> problems;
+    out.check = int16_t(recman::CheckFile(path, problems));
+    out.problems = uint32_t(problems.size());
+    Handle h;
+    out.open = h.Open(path);
+    if (out.open != RM_OK) {
+        out.exact = false;
+        return out;
+    }
+    auto note = [&](const std::vector<uint8_t>& r) {
+        if (!o.written.count(r)) out.foreign++;
+    };
+    std::vector<uint8_t> r;
+    for (int k = 0; k < 2; ++k) {
+        std::vector<std::vector<uint8_t>> seen;
+        int16_t st = h.Get(RM_GET_FIRST, int8_t(k), r, nullptr, kLength);
+        for (size_t steps = 0; st == RM_OK && steps < 2 * kRecords + 10; ++steps) {
+            note(r);
+            seen.push_back(r);
+            st = h.Get(RM_GET_NEXT, int8_t(k), r, nullptr, kLength);
+        }
+        if (st != RM_END_OF_FILE || seen != o.order[k]) out.exact = false;
+    }
+    for (const auto& want : o.order[0]) {
+        std::memcpy(h.key(), want.data(), 4);
+        int16_t st = h.Get(RM_GET_EQUAL, 0, r, nullptr, kLength);
+        if (st == RM_OK) note(r);
+        if (st != RM_OK || r != want) out.exact = false;
+    }
+    auto fresh = Record(kRecords + 5);
+    out.insert = h.Insert(fresh);
+    std::memcpy(h.key(), o.order[0][kRecords / 2].data(), 4);
+    if (h.Get(RM_GET_EQUAL, 0, r, nullptr, kLength) == RM_OK) {
+        r[40] ^= 0x5A;
+        out.update = h.Update(r);
+    }
+    return out;
+}
+
+// Runs the probe in a child; false when the child died or hung.
+bool ProbeInChild(const std::string& path, Outcome& out, std::string& why) {
+    int fds[2];
+    if (pipe(fds) != 0) return false;
+    pid_t pid = fork();
+    if (pid == 0) {
+        close(fds[0]);
+        alarm(120);  // a hang ends in SIGALRM, which the parent reports
+        Outcome o = Probe(path);
+        ssize_t n = write(fds[1], &o, sizeof(o));
+        _exit(n == ssize_t(sizeof(o)) ? 0 : 3);
+    }
+    close(fds[1]);
+    ssize_t n = read(fds[0], &out, sizeof(out));
+    close(fds[0]);
+    int code = rmtest::ExitCode(pid);
+    if (code != 0 || n != ssize_t(sizeof(out))) {
+        why = code > 128 ? "child died of signal " + std::to_string(code - 128)
+                         : "child exited with " + std::to_string(code);
+        return false;
+    }
+    return true;
+}
+
+// Probes one damaged copy and holds the outcome to the promises; answers
+// whether the copy was found damaged.
+bool Expect(const std::string& copy, const std::string& what) {
+    std::string before = ReadAll(copy);
+    Outcome o;
+    std::string why;
+    EXPECT_TRUE(ProbeInChild(copy, o, why)) << what << ": " << why;
+    EXPECT_EQ(o.foreign, 0u) << what << ": records returned that were never written";
+    bool reported = o.check != RM_OK || o.problems > 0;
+    if (!o.exact) {
+        EXPECT_TRUE(reported) << what << ": a walk lost records but the check passed";
+    }
+    // A file found damaged is left as it was: nothing is written into it.
+    if (reported) {
+        EXPECT_EQ(ReadAll(copy), before) << what << ": a damaged file was changed";
+    }
+    return reported;
+}
+
+class DamageSweep : public ::testing::TestWithParam<int> {};
+
+// Every page, overwritten with one pattern.
+TEST_P(DamageSweep, EveryPageOverwritten) {
+    const Original& o = Whole();
+    rmtest::TempDir dir;
+    std::string copy = dir.File("copy.dat");
+    size_t pages = o.bytes.size() / kPage;
+    std::mt19937 rng(unsigned(GetParam()) * 7 + 1);
+    size_t found = 0;
+    for (size_t p = 0; p < pages; ++p) {
+        std::string b = o.bytes;
+        for (size_t i = 0; i < kPage; ++i)
+            b[p * kPage + i] = GetParam() == 0 ? 0 : GetParam() == 1 ? char(0xFF) : char(rng());
+        WriteFresh(copy, b);
+        found +=
+            Expect(copy, "page " + std::to_string(p) + " pattern " + std::to_string(GetParam()));
+    }
+    // Free pages carry nothing; nearly every other page is found.
+    EXPECT_GT(found, pages / 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Patterns, DamageSweep, ::testing::Values(0, 1, 2), [](const auto& info) {
+    return std::string(info.param == 0 ? "Zeros" : info.param == 1 ? "Ones" : "Random");
+});
+
+TEST(Damage, CutAtEveryPageBoundary) {
+    const Original& o = Whole();
+    rmtest::TempDir dir;
+    std::string copy = dir.File("copy.dat");
+    size_t pages = o.bytes.size() / kPage;
+    for (size_t p = 0; p < pages; ++p) {
+        WriteFresh(copy, o.bytes.substr(0, p * kPage));
+        Expect(copy, "cut at page " + std::to_string(p));
+    }
+}
+
+TEST(Damage, MetaPagesSwappedOrZeroed) {
+    const Original& o = Whole();
+    rmtest::TempDir dir;
+    std::string copy = dir.File("copy.dat");
+    std::string zero(kPage, '\0');
+    std::string swapped =
+        o.bytes.substr(kPage, kPage) + o.bytes.substr(0, kPage) + o.bytes.substr(2 * kPage);
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"swapped", swapped},
+        {"first zeroed", zero + o.bytes.substr(kPage)},
+        {"second zeroed", o.bytes.substr(0, kPage) + zero + o.bytes.substr(2 * kPage)},
+        {"both zeroed", zero + zero + o.bytes.substr(2 * kPage)},
+    };
+    for (const auto& [what, bytes] : cases) {
+        WriteFresh(copy, bytes);
+        EXPECT_TRUE(Expect(copy, what)) << what;
+        Handle h;
+        EXPECT_EQ(h.Open(copy), RM_IO_ERROR) << what;
+    }
+}
+
+}  // namespace
