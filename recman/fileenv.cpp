@@ -65,9 +65,14 @@ MDB_val Val(const std::string& s) {
 // file (it would turn an empty file into a new store, and trusts every page
 // it maps): 30 for a foreign file, 2 for a damaged one.
 Status CheckHeader(int fd) {
-    StructureResult r = CheckStructure(fd, StructureDepth::Cheap);
-    if (r.status) return r.status;
-    return r.faults.empty() ? RM_OK : RM_IO_ERROR;
+    // Writers in other processes may reuse the pages read meanwhile: only a
+    // fault found again in a second reading is damage.
+    for (int attempt = 0;; ++attempt) {
+        StructureResult r = CheckStructure(fd, StructureDepth::Cheap);
+        if (r.status) return r.status;
+        if (r.faults.empty()) return RM_OK;
+        if (attempt == 2) return RM_IO_ERROR;
+    }
 }
 
 size_t RoundUp(size_t n, size_t unit) {

@@ -90,6 +90,14 @@ class Examiner {
         if (!FindPageSize()) return;
         filePages_ = size_ / psize_;
         if (!ReadMetas()) return;
+        // The size again, after the meta pages: pages reach the file before
+        // the meta page that counts them, while others go on writing.
+        if (::fstat(fd_, &sb) != 0) {
+            out_.status = RM_IO_ERROR;
+            return;
+        }
+        size_ = uint64_t(sb.st_size);
+        filePages_ = size_ / psize_;
         if (full_) used_.assign(size_t(std::min(meta_.lastPage, filePages_ + 1)) + 1, 0);
         CheckLength();
         std::map<std::string, DbRecord> named;
