@@ -30,7 +30,7 @@ constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
 constexpr size_t kPage = 4096;
 constexpr uint16_t kLength = 48;
 #if defined(__SANITIZE_ADDRESS__)
-constexpr uint32_t kRecords = 1500;  // every page is still swept, in fewer pages
+constexpr uint32_t kRecords = 1000;  // every page is still swept, in fewer pages
 #else
 constexpr uint32_t kRecords = 3000;
 #endif
