@@ -4,14 +4,17 @@
 // read record by record and changed, in a child process of its own: no child
 // dies or hangs, nothing returned was never written, and the check reports
 // damage whenever the file does not give back exactly what was written.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <random>
 #include <set>
@@ -19,6 +22,7 @@
 
 #include "recman/check.h"
 #include "recman/engine.h"
+#include "recman/guard.h"
 #include "rm_util.h"
 
 namespace {
@@ -249,6 +253,44 @@ TEST(Damage, MetaPagesSwappedOrZeroed) {
         Handle h;
         EXPECT_EQ(h.Open(copy), RM_IO_ERROR) << what;
     }
+}
+
+}  // namespace
+
+namespace {
+
+// Faults inside guarded work end the work, not the process: a wild pointer
+// (SIGSEGV), a page of a mapped file that was cut short (SIGBUS), and the
+// storage library's assertions; the innermost guard catches, and the next
+// guarded call works as before.
+TEST(Damage, GuardedWorkSurvivesFaults) {
+    rmtest::TempDir dir;
+    std::string path = dir.File("short.bin");
+    WriteFresh(path, std::string(2 * kPage, 'x'));
+    int fd = open(path.c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    void* map = mmap(nullptr, 2 * kPage, PROT_READ, MAP_SHARED, fd, 0);
+    ASSERT_NE(map, MAP_FAILED);
+    ASSERT_EQ(ftruncate(fd, 0), 0);
+    const volatile char* past = static_cast<const char*>(map) + kPage;
+    const volatile int* wild = reinterpret_cast<const volatile int*>(uintptr_t(8));
+
+    const std::vector<std::pair<const char*, std::function<int()>>> faults = {
+        {"wild pointer", [&] { return int(*wild); }},
+        {"file cut short", [&] { return int(*past); }},
+        {"storage assertion", [] { return recman::OnStorageAssert(nullptr, "test"), 0; }},
+        {"inner guard", [&] { return recman::Guarded([&] { return int(*wild); }) + 1; }},
+    };
+    for (const auto& [what, work] : faults) {
+        int rc = recman::Guarded([&] { return work(); });
+        if (std::string(what) == "inner guard")
+            EXPECT_EQ(rc, recman::kGuardFault + 1) << what;
+        else
+            EXPECT_EQ(rc, recman::kGuardFault) << what;
+        EXPECT_EQ(recman::Guarded([] { return 7; }), 7) << what;
+    }
+    munmap(map, 2 * kPage);
+    close(fd);
 }
 
 }  // namespace
