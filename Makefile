@@ -73,6 +73,7 @@ bench: release
 	$(BUILD)/release/bench/txn_bench
 	$(BUILD)/release/bench/maintenance_bench
 	$(BUILD)/release/bench/dbfile_bench --benchmark_counters_tabular=true
+	$(BUILD)/release/bench/checksum_bench
 
 install: release
 	cmake --install $(BUILD)/release --prefix $(or $(PREFIX),/usr/local)
