@@ -47,7 +47,7 @@ namespace {
 // The checksum of a stored value: over `key` and the value without its last
 // four bytes. The key binds the value to the place it is stored under.
 uint32_t ValueCrc(const void* key, size_t keyLen, const uint8_t* value, size_t n) {
-    return Crc32c(value, n, Crc32c(key, keyLen));
+    return Crc32c(key, keyLen, value, n);
 }
 
 bool ChecksumHolds(const void* key, size_t keyLen, const MDB_val& v) {

@@ -75,6 +75,8 @@ TEST(Checksum, KnownValuesAndBothWaysAgree) {
             uint32_t split = recman::Crc32c(buf.data() + at + n / 3, n - n / 3,
                                             recman::Crc32c(buf.data() + at, n / 3));
             ASSERT_EQ(whole, split);
+            ASSERT_EQ(whole,
+                      recman::Crc32c(buf.data() + at, n / 3, buf.data() + at + n / 3, n - n / 3));
         }
 }
 
