@@ -189,6 +189,7 @@ class Engine {
 template <class F>
 Status Engine::RunWrite(Handle& h, F&& change) {
     if (h.env->readOnlyStorage()) return RM_ACCESS_DENIED;
+    if (h.env->damaged()) return RM_IO_ERROR;  // nothing more goes into a damaged file
     Client& c = *h.client;
     if (!c.txn.active) return RunSingleWrite(h, change);
     TxnFile* f;

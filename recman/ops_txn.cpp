@@ -66,6 +66,8 @@ void Engine::EndFiles(Client& c, bool commit, Status& st) {
     std::vector<TxnFile*> changed;
     for (TxnFile& f : c.txn.files) {
         if (commit && f.doomed && st == RM_OK) st = f.doomed;
+        // Damage found in a file meanwhile: the transaction does not end in it.
+        if (commit && f.env->damaged() && st == RM_OK) st = RM_IO_ERROR;
         if (!journaled_ || !f.changes.empty()) changed.push_back(&f);
     }
     if (st != RM_OK) commit = false;
