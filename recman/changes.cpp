@@ -8,6 +8,7 @@
 
 #include "recman/bytes.h"
 #include "recman/fileenv.h"
+#include "recman/guard.h"
 #include "recman/recman.h"
 #include "recman/status.h"
 #include "recman/store.h"
@@ -90,7 +91,7 @@ Status ChangeSet::Collect(FileEnv& env, MDB_txn* txn, std::string& out) const {
         MDB_dbi dbi = DbOf(env, k.db, k.index);
         if (dbi == 0) return RM_IO_ERROR;
         MDB_val key{k.key.size(), const_cast<char*>(k.key.data())}, val;
-        int rc = mdb_get(txn, dbi, &key, &val);
+        int rc = TableGet(txn, dbi, &key, &val);
         if (rc != 0 && rc != MDB_NOTFOUND) return StatusOf(rc);
         Change c;
         c.put = rc == 0;

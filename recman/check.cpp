@@ -10,6 +10,7 @@
 #include <set>
 
 #include "recman/engine.h"
+#include "recman/guard.h"
 #include "recman/keycodec.h"
 #include "recman/structure.h"
 
@@ -45,8 +46,7 @@ class Checker {
         if (int rc = mdb_cursor_open(txn_, env_.records(), &c)) return StatusOf(rc);
         MDB_val k, v;
         int rc;
-        for (rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0;
-             rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
+        for (rc = CursorGet(c, &k, &v, MDB_FIRST); rc == 0; rc = CursorGet(c, &k, &v, MDB_NEXT)) {
             uint32_t address = 0;
             std::memcpy(&address, k.mv_data, 4);
             ++records;
@@ -75,7 +75,7 @@ class Checker {
                 Entry e;
                 MakeEntry(key, r.data, seq, e);
                 MDB_val ek{e.len, e.bytes}, ev;
-                int grc = mdb_get(txn_, env_.Index(key.id), &ek, &ev);
+                int grc = TableGet(txn_, env_.Index(key.id), &ek, &ev);
                 if (grc != 0 || AddressOf(ev) != address)
                     Fault("record " + std::to_string(address) + " missing from key " +
                           std::to_string(key.number));
@@ -103,8 +103,7 @@ class Checker {
         uint32_t distinct = 0;
         std::string last;
         std::string name = "key " + std::to_string(key.number);
-        for (rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0;
-             rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
+        for (rc = CursorGet(c, &k, &v, MDB_FIRST); rc == 0; rc = CursorGet(c, &k, &v, MDB_NEXT)) {
             ++entries;
             if (k.mv_size != EntryLength(key)) {
                 Fault(name + " has an entry of the wrong length");
@@ -122,7 +121,7 @@ class Checker {
             uint32_t address = AddressOf(v);
             MDB_val rk{4, &address}, rv;
             StoredRecord r;
-            if (mdb_get(txn_, env_.records(), &rk, &rv) != 0 ||
+            if (TableGet(txn_, env_.records(), &rk, &rv) != 0 ||
                 !DecodeRecord(rv, address, r, checked) || r.length < env_.def().recordLength) {
                 Fault(name + " entry " + Hex(k.mv_data, k.mv_size) + " points at record " +
                       std::to_string(address) + ", which is missing or damaged");

@@ -252,7 +252,7 @@ Status FileEnv::LoadState(MDB_txn* txn, FileState& state) {
     MDB_val k = Val(kStateKey, sizeof(kStateKey) - 1), v;
     std::string copy;
     int rc = Guarded([&] {
-        int grc = mdb_get(txn, metaDbi_, &k, &v);
+        int grc = TableGet(txn, metaDbi_, &k, &v);
         if (grc == 0 && v.mv_size > 65536) grc = MDB_CORRUPTED;
         if (grc == 0) copy.assign(static_cast<const char*>(v.mv_data), v.mv_size);
         return grc;
@@ -285,7 +285,7 @@ Status FileEnv::ReloadDef(MDB_txn* txn, uint32_t defGen) {
     MDB_val k = Val(kDefKey, sizeof(kDefKey) - 1), v;
     std::string copy;
     int rc = Guarded([&] {
-        int grc = mdb_get(txn, metaDbi_, &k, &v);
+        int grc = TableGet(txn, metaDbi_, &k, &v);
         if (grc == 0 && v.mv_size > 65536) grc = MDB_CORRUPTED;
         if (grc == 0) copy.assign(static_cast<const char*>(v.mv_data), v.mv_size);
         return grc;
@@ -484,7 +484,7 @@ Status FileEnv::PutMark(MDB_txn* txn, const JournalId& id) {
 Status FileEnv::LoadMark(MDB_txn* txn, JournalId& id) {
     id.fill(0);
     MDB_val k = Val(kMarkKey, sizeof(kMarkKey) - 1), v;
-    int rc = mdb_get(txn, metaDbi_, &k, &v);
+    int rc = TableGet(txn, metaDbi_, &k, &v);
     if (rc == MDB_NOTFOUND) return RM_OK;
     if (rc != 0) return StatusOf(rc);
     if (v.mv_size == id.size()) std::memcpy(id.data(), v.mv_data, id.size());
@@ -495,7 +495,7 @@ bool FileEnv::MayHaveJournals() {
     MDB_txn* txn;
     if (Snapshot(txn) != RM_OK) return true;  // look, to be safe
     MDB_val k = Val(kMarkKey, sizeof(kMarkKey) - 1), v;
-    return mdb_get(txn, metaDbi_, &k, &v) != MDB_NOTFOUND;
+    return TableGet(txn, metaDbi_, &k, &v) != MDB_NOTFOUND;
 }
 
 Status FileEnv::AllowJournals() {

@@ -56,7 +56,7 @@ Status Engine::Extended(Request& r) {
         bool intact = true;
         int g = Guarded([&] {
             if (!first) {
-                rc1 = mdb_cursor_get(c.c, &k, &v, forward ? MDB_NEXT : MDB_PREV);
+                rc1 = CursorGet(c.c, &k, &v, forward ? MDB_NEXT : MDB_PREV);
             } else if (d.useCurrent && pos == Pos::On) {
                 rc1 = forward ? SeekFirstAtOrAfter(c.c, at, atLen, k, v)
                               : SeekLastAtOrBefore(c.c, at, atLen, atLen, k, v);
@@ -79,7 +79,7 @@ Status Engine::Extended(Request& r) {
                 uint32_t a = AddressOf(v);
                 MDB_val rk{4, &a}, rv;
                 intact = EntryIntact(k, v, checked) &&
-                         mdb_cursor_get(rc.c, &rk, &rv, MDB_SET_KEY) == 0 &&
+                         CursorGet(rc.c, &rk, &rv, MDB_SET_KEY) == 0 &&
                          DecodeRecord(rv, a, rec, checked);
             }
             return 0;

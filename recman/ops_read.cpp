@@ -19,7 +19,7 @@ Status NotFound(int rc, Status whenAbsent) {
 // Fetches the record at `address` through `c`, leaving the cursor on it.
 Status FetchRecord(MDB_cursor* c, uint32_t address, StoredRecord& rec, bool checked) {
     MDB_val k{4, &address}, v;
-    int rc = mdb_cursor_get(c, &k, &v, MDB_SET_KEY);
+    int rc = CursorGet(c, &k, &v, MDB_SET_KEY);
     if (rc == MDB_NOTFOUND) return RM_INVALID_RECORD_ADDRESS;
     if (rc != 0) return StatusOf(rc);
     return DecodeRecord(v, address, rec, checked) ? RM_OK : RM_IO_ERROR;
@@ -106,14 +106,14 @@ Status Engine::GetKeyed(Request& r) {
                 rc = SeekLastAtOrBefore(c.c, sk, key->length, entryLen, k, v);
                 break;
             case RM_GET_FIRST:
-                rc = mdb_cursor_get(c.c, &k, &v, MDB_FIRST);
+                rc = CursorGet(c.c, &k, &v, MDB_FIRST);
                 break;
             case RM_GET_LAST:
-                rc = mdb_cursor_get(c.c, &k, &v, MDB_LAST);
+                rc = CursorGet(c.c, &k, &v, MDB_LAST);
                 break;
             case RM_GET_NEXT:
                 if (shared && h->idxAtCurrency && h->cur.logical == Pos::On)
-                    rc = mdb_cursor_get(c.c, &k, &v, MDB_NEXT);
+                    rc = CursorGet(c.c, &k, &v, MDB_NEXT);
                 else if (h->cur.logical == Pos::Before)
                     rc = SeekFirstAtOrAfter(c.c, e.bytes, e.len, k, v);
                 else
@@ -121,7 +121,7 @@ Status Engine::GetKeyed(Request& r) {
                 break;
             default:  // RM_GET_PREVIOUS
                 if (shared && h->idxAtCurrency && h->cur.logical == Pos::On)
-                    rc = mdb_cursor_get(c.c, &k, &v, MDB_PREV);
+                    rc = CursorGet(c.c, &k, &v, MDB_PREV);
                 else if (h->cur.logical == Pos::After)
                     rc = SeekLastAtOrBefore(c.c, e.bytes, e.len, e.len, k, v);
                 else
@@ -186,13 +186,13 @@ Status Engine::Step(Request& r) {
     bool intact = true;
     int g = Guarded([&] {
         if (r.op == RM_STEP_FIRST)
-            rc = mdb_cursor_get(c.c, &k, &v, MDB_FIRST);
+            rc = CursorGet(c.c, &k, &v, MDB_FIRST);
         else if (r.op == RM_STEP_LAST)
-            rc = mdb_cursor_get(c.c, &k, &v, MDB_LAST);
+            rc = CursorGet(c.c, &k, &v, MDB_LAST);
         else if (next && atCurrency)
-            rc = mdb_cursor_get(c.c, &k, &v, MDB_NEXT);
+            rc = CursorGet(c.c, &k, &v, MDB_NEXT);
         else if (prev && atCurrency)
-            rc = mdb_cursor_get(c.c, &k, &v, MDB_PREV);
+            rc = CursorGet(c.c, &k, &v, MDB_PREV);
         else if (next)
             rc = h->cur.physical == Pos::Before ? SeekFirstAtOrAfter(c.c, &at, 4, k, v)
                                                 : SeekFirstAfter(c.c, &at, 4, 4, k, v);

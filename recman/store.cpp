@@ -5,6 +5,7 @@
 
 #include "recman/bytes.h"
 #include "recman/crc32c.h"
+#include "recman/guard.h"
 #include "recman/keycodec.h"
 #include "recman/status.h"
 
@@ -114,7 +115,7 @@ void MakeEntry(const KeyDef& key, const uint8_t* record, uint64_t seq, Entry& ou
 
 int SeekFirstAtOrAfter(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v) {
     k = Val(x, n);
-    return mdb_cursor_get(c, &k, &v, MDB_SET_RANGE);
+    return CursorGet(c, &k, &v, MDB_SET_RANGE);
 }
 
 int SeekFirstAfter(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k,
@@ -127,17 +128,17 @@ int SeekFirstAfter(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_
     std::memcpy(buf, x, n);
     std::memset(buf + n, 0xFF, len - n);
     k = Val(buf, len);
-    int rc = mdb_cursor_get(c, &k, &v, MDB_SET_RANGE);
-    if (rc == 0 && Equals(k, buf, len)) rc = mdb_cursor_get(c, &k, &v, MDB_NEXT);
+    int rc = CursorGet(c, &k, &v, MDB_SET_RANGE);
+    if (rc == 0 && Equals(k, buf, len)) rc = CursorGet(c, &k, &v, MDB_NEXT);
     return rc;
 }
 
 int SeekLastBefore(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v) {
     k = Val(x, n);
-    int rc = mdb_cursor_get(c, &k, &v, MDB_SET_RANGE);
-    if (rc == MDB_NOTFOUND) return mdb_cursor_get(c, &k, &v, MDB_LAST);
+    int rc = CursorGet(c, &k, &v, MDB_SET_RANGE);
+    if (rc == MDB_NOTFOUND) return CursorGet(c, &k, &v, MDB_LAST);
     if (rc != 0) return rc;
-    return mdb_cursor_get(c, &k, &v, MDB_PREV);
+    return CursorGet(c, &k, &v, MDB_PREV);
 }
 
 int SeekLastAtOrBefore(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k,
@@ -148,16 +149,16 @@ int SeekLastAtOrBefore(MDB_cursor* c, const void* x, size_t n, size_t entryLen, 
     std::memcpy(buf, x, n);
     std::memset(buf + n, 0xFF, len - n);
     k = Val(buf, len);
-    int rc = mdb_cursor_get(c, &k, &v, MDB_SET_RANGE);
-    if (rc == MDB_NOTFOUND) return mdb_cursor_get(c, &k, &v, MDB_LAST);
+    int rc = CursorGet(c, &k, &v, MDB_SET_RANGE);
+    if (rc == MDB_NOTFOUND) return CursorGet(c, &k, &v, MDB_LAST);
     if (rc != 0) return rc;
     if (Equals(k, buf, len)) return 0;
-    return mdb_cursor_get(c, &k, &v, MDB_PREV);
+    return CursorGet(c, &k, &v, MDB_PREV);
 }
 
 int Store::Get(uint32_t address, StoredRecord& out) {
     MDB_val k = Val(&address, 4), v;
-    int rc = mdb_get(txn_, env_.records(), &k, &v);
+    int rc = TableGet(txn_, env_.records(), &k, &v);
     if (rc != 0) return rc;
     return DecodeRecord(v, address, out, def().Checksummed()) ? 0 : MDB_CORRUPTED;
 }
@@ -198,7 +199,7 @@ Status Store::PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, co
 
 Status Store::Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& conflict) {
     MDB_val k = Val(e.bytes, key.length), v;
-    int rc = mdb_get(txn_, IndexDbi(key), &k, &v);
+    int rc = TableGet(txn_, IndexDbi(key), &k, &v);
     if (rc == MDB_NOTFOUND) {
         conflict = false;
         return RM_OK;
@@ -286,7 +287,7 @@ Status Store::HighestValue(const KeyDef& key, int seg, int64_t& out) {
         // The key's first segment orders the index by this value.
         if (int rc = mdb_cursor_open(txn_, IndexDbi(key), &c)) return StatusOf(rc);
         MDB_val k, v;
-        int rc = mdb_cursor_get(c, &k, &v, s.Descending() ? MDB_FIRST : MDB_LAST);
+        int rc = CursorGet(c, &k, &v, s.Descending() ? MDB_FIRST : MDB_LAST);
         mdb_cursor_close(c);
         if (rc == MDB_NOTFOUND) return RM_OK;
         if (rc != 0) return StatusOf(rc);
@@ -298,8 +299,7 @@ Status Store::HighestValue(const KeyDef& key, int seg, int64_t& out) {
     if (int rc = mdb_cursor_open(txn_, env_.records(), &c)) return StatusOf(rc);
     MDB_val k, v;
     int rc;
-    for (rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0;
-         rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
+    for (rc = CursorGet(c, &k, &v, MDB_FIRST); rc == 0; rc = CursorGet(c, &k, &v, MDB_NEXT)) {
         StoredRecord r;
         uint32_t address = 0;
         std::memcpy(&address, k.mv_data, std::min<size_t>(k.mv_size, 4));
@@ -457,8 +457,8 @@ Status Store::BuildIndex(FileState& state, const KeyDef& key) {
     Status st = RM_OK;
     std::vector<uint8_t> copy;
     Seqs seqs;
-    for (rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0 && st == RM_OK;
-         rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
+    for (rc = CursorGet(c, &k, &v, MDB_FIRST); rc == 0 && st == RM_OK;
+         rc = CursorGet(c, &k, &v, MDB_NEXT)) {
         StoredRecord r;
         uint32_t address = 0;
         std::memcpy(&address, k.mv_data, 4);
@@ -486,7 +486,7 @@ Status Store::BuildIndex(FileState& state, const KeyDef& key) {
             if (st == RM_OK) {
                 // The put may have moved the cursor's page; find our place again.
                 k = Val(&address, 4);
-                rc = mdb_cursor_get(c, &k, &v, MDB_SET);
+                rc = CursorGet(c, &k, &v, MDB_SET);
                 if (rc != 0) break;
             }
         } else {
