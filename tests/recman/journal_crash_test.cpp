@@ -19,27 +19,6 @@ using rmtest::LedgerClient;
 
 constexpr int kKilled = 128 + SIGKILL;
 
-#ifndef RECMAN_FAULTS
-#define NEED_FAULTS() GTEST_SKIP() << "fault points are compiled only into the test build"
-#else
-#define NEED_FAULTS() (void)0
-#endif
-
-// Child: runs transfers from `first` on, writing each number End answered 0
-// for to `fd`, until it is killed. Ending by itself is a failure.
-[[noreturn]] void Transfers(const Ledger& l, uint32_t first, int fd, const char* sync,
-                            const std::string& fault) {
-    setenv("RECMAN_SYNC", sync, 1);
-    if (!fault.empty()) setenv("RECMAN_FAULT", fault.c_str(), 1);
-    LedgerClient c(l, 1);
-    if (c.Open()) _exit(2);
-    for (uint32_t n = first; n < first + 200; ++n) {
-        if (int16_t st = c.Transfer(n)) _exit(st == RM_RECORD_LOCKED ? 4 : 3);
-        if (write(fd, &n, 4) != 4) _exit(5);
-    }
-    _exit(6);  // the fault never came
-}
-
 // Kills a process at every step of End, and at random moments, 200 times
 // over; after each kill the files must hold whole transfers only, every
 // transfer End confirmed, and no journal once opened.
@@ -66,7 +45,7 @@ TEST(JournalCrash, KilledAtEveryStepAndAtRandom) {
         ASSERT_GE(pid, 0);
         if (pid == 0) {
             close(fds[0]);
-            Transfers(l, next, fds[1], sync, fault);
+            rmtest::Transfers(l, next, fault, sync, fds[1]);
         }
         close(fds[1]);
         std::set<uint32_t> committed;

@@ -24,12 +24,6 @@ using rmtest::LedgerClient;
 constexpr int kKilled = 128 + SIGKILL;
 constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
 
-#ifndef RECMAN_FAULTS
-#define NEED_FAULTS() GTEST_SKIP() << "fault points are compiled only into the test build"
-#else
-#define NEED_FAULTS() (void)0
-#endif
-
 std::string Committed(recman::Journal& j, std::string& body) {
     j.id = recman::NewJournalId();
     j.files.resize(2);
@@ -121,9 +115,7 @@ TEST_F(JournalTest, FullDiskOnTheSecondFile) {
     Handle a(1), b(1);
     ASSERT_EQ(a.Open(l.Path(0)), RM_OK);
     ASSERT_EQ(b.Open(big), RM_OK);
-    ASSERT_EQ(BTRCALLID(RM_BEGIN_TRANSACTION + RM_CONCURRENT, nullptr, nullptr, nullptr, nullptr,
-                        255, 0, a.client()),
-              RM_OK);
+    ASSERT_EQ(rmtest::Txn(RM_BEGIN_TRANSACTION + RM_CONCURRENT, a.client()), RM_OK);
     std::vector<uint8_t> rec;
     rmtest::Put32(a.key(), 1);
     ASSERT_EQ(a.Get(RM_GET_EQUAL, 0, rec, nullptr, 16), RM_OK);
@@ -136,8 +128,7 @@ TEST_F(JournalTest, FullDiskOnTheSecondFile) {
         st = b.Insert(r);
     }
     ASSERT_EQ(st, RM_DISK_FULL);
-    EXPECT_EQ(BTRCALLID(RM_END_TRANSACTION, nullptr, nullptr, nullptr, nullptr, 255, 0, a.client()),
-              RM_DISK_FULL);
+    EXPECT_EQ(rmtest::Txn(RM_END_TRANSACTION, a.client()), RM_DISK_FULL);
     EXPECT_EQ(rmtest::Image(l.Path(0)), before0);
     EXPECT_EQ(rmtest::Image(big), beforeBig);
     EXPECT_TRUE(rmtest::JournalsIn(dir.path()).empty());
@@ -174,16 +165,14 @@ TEST_F(JournalTest, OneChangedFileTakesNoJournal) {
         setenv("RECMAN_FAULT", "journal", 1);
         Handle a(1), b(1);
         if (a.Open(l.Path(0)) || b.Open(l.Path(1))) _exit(2);
-        if (BTRCALLID(RM_BEGIN_TRANSACTION, nullptr, nullptr, nullptr, nullptr, 255, 0, a.client()))
-            _exit(3);
+        if (rmtest::Txn(RM_BEGIN_TRANSACTION, a.client())) _exit(3);
         std::vector<uint8_t> rec;
         if (b.Get(RM_GET_FIRST, 0, rec, nullptr, 16)) _exit(4);  // takes file 1 unchanged
         for (uint32_t id = 1; id <= 3; ++id) {
             rmtest::Put32(a.key(), id);
             if (a.Get(RM_GET_EQUAL, 0, rec, nullptr, 16) || a.Update(rec)) _exit(5);
         }
-        if (BTRCALLID(RM_END_TRANSACTION, nullptr, nullptr, nullptr, nullptr, 255, 0, a.client()))
-            _exit(6);
+        if (rmtest::Txn(RM_END_TRANSACTION, a.client())) _exit(6);
         if (write(fds[1], "1", 1) != 1) _exit(9);
         LedgerClient c(l, 2);
         if (c.Open()) _exit(7);

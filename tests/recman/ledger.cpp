@@ -7,8 +7,6 @@
 #include <fstream>
 #include <map>
 
-#include "recman/check.h"
-
 namespace rmtest {
 
 namespace {
@@ -40,11 +38,6 @@ uint32_t Mix(uint32_t x) {
     x ^= x >> 15;
     x *= 0x846ca68b;
     return x ^ (x >> 16);
-}
-
-int16_t Txn(uint16_t op, uint16_t client) {
-    auto id = ClientId(client);
-    return BTRCALLID(op, nullptr, nullptr, nullptr, nullptr, 255, 0, id.data());
 }
 
 }  // namespace
@@ -196,12 +189,9 @@ std::string Audit(const Ledger& l, const std::set<uint32_t>& committed,
                        std::to_string(expected[size_t(i)][a]);
     for (uint32_t n : committed)
         if (!postings.count(n)) return "committed transfer " + std::to_string(n) + " is lost";
-    for (int i = 0; i < l.files(); ++i) {
-        std::vector<std::string> problems;
-        if (int st = recman::CheckFile(l.Path(i), problems))
-            return "check of file " + std::to_string(i) + " answers " + std::to_string(st);
-        if (!problems.empty()) return "file " + std::to_string(i) + ": " + problems.front();
-    }
+    for (int i = 0; i < l.files(); ++i)
+        if (std::string p = Problem(l.Path(i)); !p.empty())
+            return "file " + std::to_string(i) + ": " + p;
     for (const std::string& d : l.Dirs()) {
         std::vector<std::string> left = JournalsIn(d);
         if (!left.empty()) return "journal left: " + left.front();
@@ -215,10 +205,8 @@ uint32_t TransferOver(int files, int count, uint32_t n) {
     return n;
 }
 
-int RunTransfers(const Ledger& l, uint32_t first, const std::string& fault, const char* sync,
-                 int report) {
-    pid_t pid = fork();
-    if (pid != 0) return ExitCode(pid);
+void Transfers(const Ledger& l, uint32_t first, const std::string& fault, const char* sync,
+               int report) {
     setenv("RECMAN_SYNC", sync, 1);
     if (!fault.empty()) setenv("RECMAN_FAULT", fault.c_str(), 1);
     LedgerClient c(l, 1);
@@ -227,7 +215,14 @@ int RunTransfers(const Ledger& l, uint32_t first, const std::string& fault, cons
         if (int16_t st = c.Transfer(n)) _exit(st == RM_RECORD_LOCKED ? 4 : 3);
         if (report >= 0 && write(report, &n, 4) != 4) _exit(5);
     }
-    _exit(6);
+    _exit(6);  // the fault never came
+}
+
+int RunTransfers(const Ledger& l, uint32_t first, const std::string& fault, const char* sync,
+                 int report) {
+    pid_t pid = fork();
+    if (pid == 0) Transfers(l, first, fault, sync, report);
+    return ExitCode(pid);
 }
 
 int OpenInChild(const Ledger& l, int i, const char* fault) {

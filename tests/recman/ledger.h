@@ -14,6 +14,13 @@
 
 #include "rm_util.h"
 
+// Tests that kill the process at a named step need the fault points.
+#ifndef RECMAN_FAULTS
+#define NEED_FAULTS() GTEST_SKIP() << "fault points are compiled only into the test build"
+#else
+#define NEED_FAULTS() (void)0
+#endif
+
 namespace rmtest {
 
 inline constexpr uint32_t kAccounts = 8;
@@ -83,10 +90,14 @@ std::vector<std::string> JournalsIn(const std::string& dir);
 // `files` files.
 uint32_t TransferOver(int files, int count, uint32_t n = 0);
 
+// In a child process: transfers from `first` on, until `fault`
+// (RECMAN_FAULT) kills the process (or after 200, exit 6), each number End
+// answered 0 for going to `report` when given.
+[[noreturn]] void Transfers(const Ledger& l, uint32_t first, const std::string& fault,
+                            const char* sync = "off", int report = -1);
+
 // Child processes. Each answers its exit code, or 128 + the signal that
-// ended it. Transfers from `first` on, until `fault` (RECMAN_FAULT) kills
-// the process (or after 200, with 6), each number End answered 0 for going
-// to `report` when given:
+// ended it. Transfers as above in a child of its own:
 int RunTransfers(const Ledger& l, uint32_t first, const std::string& fault,
                  const char* sync = "off", int report = -1);
 // Opens file `i` (which settles the journals beside it) and exits with the status.

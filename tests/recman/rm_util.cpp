@@ -1,5 +1,7 @@
 #include "rm_util.h"
 
+#include "recman/check.h"
+
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -112,6 +114,28 @@ int ExitCode(pid_t pid) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+pid_t Child(const std::function<int()>& body) {
+    pid_t pid = fork();
+    if (pid == 0) _exit(body());
+    return pid;
+}
+
+int16_t Txn(uint16_t op, const uint8_t* clientId) {
+    return BTRCALLID(op, nullptr, nullptr, nullptr, nullptr, 255, 0, clientId);
+}
+
+int16_t Txn(uint16_t op, uint16_t client) {
+    auto id = ClientId(client);
+    return Txn(op, id.data());
+}
+
+std::string Problem(const std::string& path) {
+    std::vector<std::string> problems;
+    int st = recman::CheckFile(path, problems);
+    if (st) return "the check answers " + std::to_string(st);
+    return problems.empty() ? "" : problems.front();
+}
+
 int16_t CreateFile(const std::string& path, const std::vector<uint8_t>& spec, int8_t mode) {
     uint8_t key[255] = {};
     std::strncpy(reinterpret_cast<char*>(key), path.c_str(), 254);
@@ -199,6 +223,17 @@ int16_t Handle::RecordCount(uint32_t& count) {
     int16_t st = Stat(s);
     count = st == RM_OK ? Get32(s.data() + 6) : 0;
     return st;
+}
+
+std::vector<uint32_t> Handle::Walk(int8_t keyNum) {
+    std::vector<uint32_t> out;
+    std::vector<uint8_t> rec;
+    for (int st = Get(RM_GET_FIRST, keyNum, rec); st == RM_OK; st = Get(RM_GET_NEXT, keyNum, rec)) {
+        uint32_t a = 0;
+        Position(a);
+        out.push_back(a);
+    }
+    return out;
 }
 
 }  // namespace rmtest

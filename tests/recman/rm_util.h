@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -71,6 +72,16 @@ struct Pipe {
 // Waits for the child; its exit code, or 128 + the signal that ended it.
 int ExitCode(pid_t pid);
 
+// Runs `body` in a child process, which exits with what it answers.
+pid_t Child(const std::function<int()>& body);
+
+// Begin, End or Abort Transaction, or Reset, for a client.
+int16_t Txn(uint16_t op, uint16_t client);
+int16_t Txn(uint16_t op, const uint8_t* clientId);
+
+// The first problem the consistency check finds in a file, or "" when none.
+std::string Problem(const std::string& path);
+
 // One open handle of one client.
 class Handle {
   public:
@@ -97,6 +108,8 @@ class Handle {
     int16_t Direct(uint32_t address, int8_t keyNum, std::vector<uint8_t>& rec, uint16_t lock = 0);
     int16_t Stat(std::vector<uint8_t>& out);
     int16_t RecordCount(uint32_t& count);
+    // The addresses of the records in the order of a key, walked with Get First and Get Next.
+    std::vector<uint32_t> Walk(int8_t keyNum);
 
     uint8_t* key() { return key_; }
     const uint8_t* client() const { return client_.data(); }
