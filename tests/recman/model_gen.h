@@ -20,12 +20,15 @@ struct Schema {
     uint16_t recLen;
     uint16_t fileFlags;
     std::vector<rmtest::Key> keys;
+    uint16_t pageSize = 4096;
 };
 
 // Record layout shared by every schema (offsets from 0):
 //  0 int32 | 4 string[6] | 10 int16 | 12 float | 16 double | 24 date | 28 time |
 // 32 decimal[4] | 36 zstring[6] | 42 lstring[5] | 47 unsigned[3] | 50 logical |
-// 51 money[3] | 54 filler[2] | 56 autoinc int32 | 60 filler[4]
+// 51 money[3] | 54 autoinc int16 | 56 autoinc int32 | 60 filler[4]
+// Keys also read fields as other types: the double as an 8-byte integer,
+// the int16 as a 1-byte integer and as a logical.
 extern const Schema kSchemas[3];
 
 rmmodel::Model ModelOf(const Schema& s);
