@@ -182,17 +182,22 @@ Answer Model::Deliver(Handle& h, uint32_t addr, const Key* path, bool keyOnly, u
     if (path) {
         auto kv = KeyOf(*path, r.data);
         std::memcpy(key, kv.data(), kv.size());
-        h.lg = P::On;
+    }
+    Place(h, path, addr);
+    return a;
+}
+
+void Model::Place(Handle& h, const Key* path, uint32_t addr) const {
+    const Rec& r = recs.at(addr);
+    h.lg = path && !Excluded(*path, r.data) ? P::On : P::None;
+    if (h.lg == P::On) {
         h.keyId = path->id;
-        h.key = kv;
+        h.key = KeyOf(*path, r.data);
         h.seq = path->dup ? r.seq.at(path->id) : 0;
-    } else {
-        h.lg = P::None;
     }
     h.ph = P::On;
     h.addr = addr;
     h.version = r.version;
-    return a;
 }
 
 Answer Model::Get(Handle& h, int op, int keyNum, bool keyOnly, uint32_t bufLen, uint8_t* key) {
@@ -341,17 +346,7 @@ Answer Model::Insert(Handle& h, std::vector<uint8_t> data, int keyNum, uint8_t* 
         auto kv = KeyOf(*path, data);
         std::memcpy(key, kv.data(), kv.size());
     }
-    if (path && !Excluded(*path, data)) {
-        h.lg = P::On;
-        h.keyId = path->id;
-        h.key = KeyOf(*path, data);
-        h.seq = path->dup ? r.seq.at(path->id) : 0;
-    } else {
-        h.lg = P::None;
-    }
-    h.ph = P::On;
-    h.addr = addr;
-    h.version = 0;
+    Place(h, path, addr);
     Answer a;
     a.data = data;  // autoincrement values come back in the caller's buffer
     a.dataLen = uint32_t(data.size());
@@ -398,16 +393,7 @@ Answer Model::Update(Handle& h, std::vector<uint8_t> data, int keyNum, uint8_t* 
         auto kv = KeyOf(*path, data);
         std::memcpy(key, kv.data(), kv.size());
     }
-    if (path || keyNum != -1) {
-        if (path && !Excluded(*path, data)) {
-            h.lg = P::On;
-            h.keyId = path->id;
-            h.key = KeyOf(*path, data);
-            h.seq = path->dup ? old.seq.at(path->id) : 0;
-        } else {
-            h.lg = P::None;
-        }
-    }
+    if (path) Place(h, path, h.addr);  // without one the logical place stays as it was
     h.version = old.version;
     return {};
 }
@@ -597,20 +583,7 @@ Answer Model::Extended(Handle& h, bool physical, bool forward, int keyNum, const
             break;
         }
     }
-    if (last >= 0) {
-        const Rec& r = recs.at(order[size_t(last)]);
-        h.ph = P::On;
-        h.addr = order[size_t(last)];
-        h.version = r.version;
-        if (physical) {
-            h.lg = P::None;
-        } else {
-            h.lg = P::On;
-            h.keyId = k->id;
-            h.key = KeyOf(*k, r.data);
-            h.seq = k->dup ? r.seq.at(k->id) : 0;
-        }
-    }
+    if (last >= 0) Place(h, k, order[size_t(last)]);
     a.data[0] = uint8_t(found);
     a.data[1] = uint8_t(found >> 8);
     a.dataLen = uint32_t(a.data.size());

@@ -122,6 +122,9 @@ class Model {
                      const std::vector<uint8_t>& kb, uint64_t sb) const;
     Answer Deliver(Handle& h, uint32_t addr, const Key* path, bool keyOnly, uint32_t bufLen,
                    uint8_t* key);
+    // Puts the handle on the record at `addr`, logically too when the record
+    // is in `path`.
+    void Place(Handle& h, const Key* path, uint32_t addr) const;
 };
 
 // Typed comparison of one segment's values.
