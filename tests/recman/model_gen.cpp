@@ -24,9 +24,8 @@ const Schema kSchemas[3] = {
       {{48, 3, EXT | DUP | MOD | DESC, RM_TYPE_UNSIGNED_BINARY},
        {51, 1, EXT | DUP | MOD, RM_TYPE_LOGICAL}},
       {{52, 3, EXT | DUP | MOD, RM_TYPE_MONEY}},
-      {{17, 8, EXT | DUP | MOD, RM_TYPE_INTEGER}},
-      {{11, 1, EXT | DUP | MOD, RM_TYPE_INTEGER},
-       {11, 2, EXT | DUP | MOD | DESC, RM_TYPE_LOGICAL}}}},
+      {{11, 1, EXT | DUP | MOD, RM_TYPE_INTEGER}, {17, 8, EXT | DUP | MOD, RM_TYPE_INTEGER}},
+      {{11, 2, EXT | DUP | MOD | DESC, RM_TYPE_LOGICAL}}}},
     {"variable length, numbered and old-style keys",
      64,
      RM_FILE_VAR_LENGTH | RM_FILE_KEY_NUMBERS,
@@ -150,7 +149,7 @@ std::vector<uint8_t> Gen::Record(const rmmodel::Model& m) {
     Put(r, 47, uint64_t(Int(0, 3) * 0x10001 + Int(0, 1)), 3);
     r[50] = uint8_t(Int(0, 2));
     PutBcd(r, 51, 3, Pick(decs) % 100000, Chance(5));
-    Put(r, 54, uint64_t(Chance(70) ? 0 : Int(-3, 300)), 2);
+    Put(r, 54, uint64_t(Chance(70) ? 0 : Int(-300, -1)), 2);  // below any value made
     Put(r, 56, uint64_t(Chance(60) ? 0 : Int(-3, 400)), 4);
     for (size_t i = m.recLen; i < r.size(); ++i)
         r[i] = uint8_t(Int(0, 255));
