@@ -41,7 +41,6 @@ for t in \
     "recman_tests CrashTest.*" \
     "recman_tests EngineTest.ThreadsOfOneProcess" \
     "recman_tests EngineTest.FreedPagesAreReused" \
-    "recman_tests IndexTest.IndexChangesReachOtherProcesses" \
     "dbfile_tests RecordFileTest.LockWait*" \
     "dbfile_tests Requester.*"; do
     set -- $t

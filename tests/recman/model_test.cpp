@@ -556,7 +556,7 @@ class ModelRun {
             ASSERT_EQ(rmtest::Get16(&st[0]), m.recLen);
             ASSERT_EQ(rmtest::Get16(&st[2]), f.schema->pageSize);
             ASSERT_EQ(st[4], m.keys.size());
-            ASSERT_EQ(st[5], 1);  // format version
+            ASSERT_EQ(st[5], 2);  // format version: records carry checksums
             ASSERT_EQ(rmtest::Get32(&st[6]), m.recs.size()) << Where("record count");
             ASSERT_EQ(rmtest::Get16(&st[10]), f.schema->fileFlags);
             const uint8_t* g = &st[16];
