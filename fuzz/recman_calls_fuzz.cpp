@@ -1,8 +1,9 @@
 // The record manager's entry point fed sequences of calls with fuzzed
 // operations, buffers, lengths, key numbers, create specs and extended
 // descriptors, by two clients over three position blocks and a few files.
-// Every input ends with both clients reset; a file's consistency check must
-// find nothing wrong whatever the calls did.
+// Every call answers a status the engine knows, and every input ends with
+// both clients reset; a file's consistency check must find nothing wrong
+// whatever the calls did.
 #include <dbfile/recman.h>
 #include <fuzzer/FuzzedDataProvider.h>
 #include <stdlib.h>
@@ -11,6 +12,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,10 @@ namespace {
 std::string g_dir;
 std::array<std::string, 4> g_paths;  // a.dat (filled), b.dat, c.dat, a missing one
 unsigned g_runs = 0;
+
+const std::set<int> kStatuses = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 18,
+                                 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 37, 39, 43, 45,
+                                 46, 48, 49, 50, 51, 55, 59, 60, 62, 65, 80, 84, 88, 93};
 
 std::array<uint8_t, 16> Client(int n) {
     std::array<uint8_t, 16> id{};
@@ -149,8 +155,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         buf.resize(cap);
         uint32_t len = in.ConsumeIntegralInRange<uint32_t>(0, uint32_t(cap));
         bool nullData = cap == 0 && in.ConsumeBool();
-        BTRCALLID(op, in.ConsumeIntegralInRange(0, 15) ? blocks[b].data() : nullptr,
-                  nullData ? nullptr : buf.data(), &len, key, 255, keyNum, id.data());
+        int st = BTRCALLID(op, in.ConsumeIntegralInRange(0, 15) ? blocks[b].data() : nullptr,
+                           nullData ? nullptr : buf.data(), &len, key, 255, keyNum, id.data());
+        // Every answer is one of the engine's statuses, and never claims more
+        // data than the buffer holds.
+        if (!kStatuses.count(st) || len > cap) {
+            std::fprintf(stderr, "operation %u answered %d with length %u of %zu\n", op, st, len,
+                         cap);
+            std::abort();
+        }
     }
     for (int c = 0; c < 2; ++c) {
         auto id = Client(c);
