@@ -604,7 +604,7 @@ TEST_P(ModelTest, EngineAgreesWithModel) {
     setenv("RECMAN_LOCK_WAIT_MS", "0", 1);  // the wait biases give up at once
     const char* n = std::getenv("RECMAN_MODEL_OPS");
     ModelRun run(seed, schemas, p < 3 ? 1 : 3);
-    run.Run(n ? std::atoi(n) : 4000);
+    run.Run(n ? std::atoi(n) : 6000);
     unsetenv("RECMAN_LOCK_WAIT_MS");
 }
 
