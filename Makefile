@@ -2,11 +2,14 @@
 BUILD    ?= build
 JOBS     ?= $(shell nproc 2>/dev/null || echo 2)
 PACKAGES := cmake g++ make pkg-config liblmdb-dev libgtest-dev libgmock-dev \
-            libbenchmark-dev libsqlite3-dev libxml2-dev libinih-dev clang libclang-rt-14-dev
+            libbenchmark-dev libsqlite3-dev sqlite3 libxml2-dev libinih-dev libcli11-dev clang \
+            libclang-rt-14-dev
 # Seconds each fuzzing target runs beyond its seeds: in make fuzz, and in
 # make test's short pass.
 FUZZ_SECONDS ?= 300
 FUZZ_CHECK_SECONDS ?= 5
+# Records of the dbutil benchmark (make bench).
+DBUTIL_BENCH_RECORDS ?= 1000000
 
 .PHONY: all deps release demo test fuzz-build fuzz stress build-matrix bench install clean
 
@@ -74,6 +77,7 @@ bench: release
 	$(BUILD)/release/bench/maintenance_bench
 	$(BUILD)/release/bench/dbfile_bench --benchmark_counters_tabular=true
 	$(BUILD)/release/bench/checksum_bench
+	$(BUILD)/release/bench/dbutil_bench $(DBUTIL_BENCH_RECORDS)
 
 install: release
 	cmake --install $(BUILD)/release --prefix $(or $(PREFIX),/usr/local)
