@@ -1,0 +1,44 @@
+// Field values of a record for dbutil: the cells of an export (plain text
+// for comma-separated text and JSON, display text for the table) and the
+// checked conversion of imported text into a field's bytes. The
+// conversions themselves are the library's.
+#pragma once
+
+#include <dbfile/dbfile.h>
+
+#include <string>
+#include <vector>
+
+#include "output.h"
+
+namespace dbutil {
+
+struct FieldDesc {
+    unsigned short id = 0;
+    std::string name;
+    dbFieldType type = dbString;
+    unsigned short offset = 0;
+    unsigned short length = 0;
+    int numDP = 0;
+};
+
+// The file's fields in dictionary order. Throws Failure when the
+// description is damaged: a field outside the longest record the library
+// can hold, or none at all.
+std::vector<FieldDesc> FieldsOf(CDbFile& file);
+
+// A field of the record of `length` bytes as plain text: the stored bytes
+// for comma-separated text, UTF-8 for JSON. A field the record is too short
+// for is an empty cell.
+Cell PlainCell(const FieldDesc& f, const char* record, unsigned length, bool utf8);
+// The field of the file's current record as its user sees it, in UTF-8.
+Cell DisplayCell(CDbFile& file, const FieldDesc& f);
+
+// Checks `text` for the field and writes the field's stored form to
+// `dest` (the field's `length` bytes). An empty text leaves the bytes zero.
+// False, with the reason in `why`, for text the field cannot take: a
+// number that is not one or does not fit, a date or time that is not one,
+// a text longer than the field.
+bool StoreText(const FieldDesc& f, const std::string& text, char* dest, std::string& why);
+
+}  // namespace dbutil
