@@ -106,7 +106,7 @@ void Fill(const Folder& f, int records) {
     sqlite3_prepare_v2(db, "INSERT INTO Bench VALUES(?,?,?,?,?,?)", -1, &ins, nullptr);
 
     // Keys arrive in scattered order, as an application's do.
-    std::vector<int> order(size_t(records));
+    std::vector<int> order(static_cast<size_t>(records));
     for (int i = 0; i < records; ++i)
         order[size_t(i)] = i;
     std::mt19937 rng(42);

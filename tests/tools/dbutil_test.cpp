@@ -44,15 +44,7 @@ std::vector<std::string> Lines(const std::string& text) {
 
 class DbutilTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        dbtest::ResetLibrary();
-        dbtest::UseDictionary(folder.dictionary);
-        CDbFile::SetSysDataPath(folder.dir.path().c_str());
-        CDbFile::SetDataPath(folder.dir.path().c_str());
-        setenv("DBFILE_PROFILE", folder.profile.c_str(), 1);
-        ReloadProfile();
-        tooltest::FillEvery(folder.dir.path(), tooltest::EveryRows());
-    }
+    void SetUp() override { folder.Use(); }
     void TearDown() override { dbtest::ResetLibrary(); }
     std::string Write(const std::string& name, const std::string& text) {
         std::string path = folder.dir.File(name);
@@ -258,6 +250,7 @@ TEST_F(DbutilTest, BadInputFailsInOneLine) {
         {{"sql", "SELEKT 1"}, "SQL: near \"SELEKT\""},
         {{"sql", "SELECT * FROM Nowhere"}, "no such table: Nowhere"},
         {{"sql", "DELETE FROM Every"}, "may not be modified"},
+        {{"sql", "ATTACH '" + folder.dir.File("x.db") + "' AS x"}, "not authorized"},
         {{"--data", "/no/such/folder", "dict"},
          "data folder /no/such/folder is not a folder",
          false},

@@ -55,11 +55,7 @@ std::vector<Sale> ReadByHand(const std::string& folder) {
 class SqlModuleTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        dbtest::ResetLibrary();
-        dbtest::UseDictionary(folder.dictionary);
-        CDbFile::SetSysDataPath(folder.dir.path().c_str());
-        CDbFile::SetDataPath(folder.dir.path().c_str());
-        tooltest::FillEvery(folder.dir.path(), tooltest::EveryRows());
+        folder.Use();
         tooltest::FillSales(folder.dir.path(), tooltest::SaleRows(kSales, 11));
         sales = ReadByHand(folder.dir.path());
         ASSERT_EQ(sales.size(), size_t(kSales));

@@ -10,6 +10,8 @@
 #include <random>
 #include <sstream>
 
+#include "dbtest.h"
+
 namespace tooltest {
 
 namespace {
@@ -116,6 +118,16 @@ Folder::Folder() : dictionary(dir.File("test.ddf")), profile(dir.File("profile.i
                               "iNegNumber=1\nsCurrency=$\niCurrency=0\niNegCurr=1\n"
                               "iCurrDigits=2\n";
     WriteDictionary(dictionary);
+}
+
+void Folder::Use() const {
+    dbtest::ResetLibrary();
+    dbtest::UseDictionary(dictionary);
+    CDbFile::SetSysDataPath(dir.path().c_str());
+    CDbFile::SetDataPath(dir.path().c_str());
+    setenv("DBFILE_PROFILE", profile.c_str(), 1);
+    ReloadProfile();
+    FillEvery(dir.path(), EveryRows());
 }
 
 std::vector<EveryRow> EveryRows() {

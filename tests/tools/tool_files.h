@@ -26,6 +26,9 @@ struct Folder {
     std::string dictionary;  // dir/test.ddf
     std::string profile;     // dir/profile.ini: decimal point, comma groups, "$"
     Folder();
+    // Points the library at the folder (dictionary, paths, profile) and
+    // fills Every.dat with EveryRows().
+    void Use() const;
 };
 
 struct EveryRow {

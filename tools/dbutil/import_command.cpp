@@ -162,7 +162,9 @@ void Run(Context& ctx, const ImportArgs& a) {
     batch.End();
     progress.Finish();
     std::printf("%lu records added to %s\n", added, f->FileName());
-    if (skipped) throw Failure(std::to_string(skipped) + " lines of " + a.csv + " not imported");
+    if (skipped)
+        throw Failure(std::to_string(skipped) + (skipped == 1 ? " line of " : " lines of ") +
+                      a.csv + " not imported");
 }
 
 }  // namespace

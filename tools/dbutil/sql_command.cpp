@@ -29,6 +29,12 @@ class Connection {
     sqlite3* db_ = nullptr;
 };
 
+// The session reads record files: it may not attach databases, which would
+// write files of its own.
+int Authorize(void*, int action, const char*, const char*, const char*, const char*) {
+    return action == SQLITE_ATTACH || action == SQLITE_DETACH ? SQLITE_DENY : SQLITE_OK;
+}
+
 Cell CellOf(sqlite3_stmt* st, int i) {
     Cell c;
     switch (sqlite3_column_type(st, i)) {
@@ -60,6 +66,7 @@ void Run(const SqlArgs& a) {
     if (dbsql::AttachDictionary(db.get(), error, &skipped) != SQLITE_OK) throw Failure(error);
     for (const std::string& s : skipped)
         std::fprintf(stderr, "dbutil: no table for %s\n", s.c_str());
+    sqlite3_set_authorizer(db.get(), Authorize, nullptr);
     const char* next = a.statements.c_str();
     bool any = false;
     while (*next) {

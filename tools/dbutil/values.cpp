@@ -67,14 +67,15 @@ std::vector<FieldDesc> FieldsOf(CDbFile& file) {
     CddFldList& list = file.m_FldList;
     for (int ok = list.First(); ok; ok = list.Next()) {
         FieldDesc d;
-        d.id = list.GetFldId();
+        d.fldId = list.GetFldId();
         const char* name = list.GetFldName();
         d.name = name ? name : "";
-        if (d.name.empty()) d.name = "field" + std::to_string(d.id);
+        if (d.name.empty()) d.name = "field" + std::to_string(d.fldId);
         d.type = dbFieldType(list.GetFldType());
         d.offset = list.GetFldOffset();
         d.length = list.GetFldLen();
         d.numDP = list.GetFldNumDP();
+        d.kind = dbsql::KindOfField(d.type, d.length);
         if (unsigned(d.offset) + d.length > 64512 || d.length == 0)
             throw Failure(std::string("the dictionary entry of ") + file.FileName() +
                           " is damaged: field " + d.name + " lies outside any record");
@@ -103,7 +104,7 @@ Cell DisplayCell(CDbFile& file, const FieldDesc& f) {
     if (f.type == dbDecimal && f.length != 4 && f.length != 8)
         text = "";
     else
-        file.FormatFileDataToDisplay(text, int(f.id));
+        file.FormatFileDataToDisplay(text, int(f.fldId));
     c.kind = IsNumberType(f.type) ? Cell::Number : Cell::Text;
     c.text = Utf8FromAnsi(text.str());
     return c;

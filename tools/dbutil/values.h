@@ -10,17 +10,13 @@
 #include <vector>
 
 #include "output.h"
+#include "sqlite/column_value.h"
 
 namespace dbutil {
 
-struct FieldDesc {
-    unsigned short id = 0;
-    std::string name;
-    dbFieldType type = dbString;
-    unsigned short offset = 0;
-    unsigned short length = 0;
-    int numDP = 0;
-};
+// A field as the dictionary describes it (the same description the SQL
+// columns are made from).
+using FieldDesc = dbsql::ColumnDef;
 
 // The file's fields in dictionary order. Throws Failure when the
 // description is damaged: a field outside the longest record the library
