@@ -93,10 +93,37 @@ Date& Date::operator=(const char* text) {
     return *this;
 }
 
+namespace {
+
+// `n` in `width` digits at `p` (leading zeros; more digits when it needs them).
+char* Digits(char* p, int n, int width) {
+    char buf[12];
+    int len = 0;
+    unsigned v = unsigned(n);
+    do {
+        buf[len++] = char('0' + v % 10);
+        v /= 10;
+    } while (v);
+    for (int i = len; i < width; ++i)
+        *p++ = '0';
+    while (len)
+        *p++ = buf[--len];
+    return p;
+}
+
+}  // namespace
+
 ZString Date::Short() const {
-    ZString s;
-    if (!IsBlank()) s.Format("%02d/%02d/%04d", Month(), Day(), Year());
-    return s;
+    // Written digit by digit: exports show a date per record.
+    char buf[24];
+    char* p = buf;
+    if (IsBlank()) return ZString();
+    p = Digits(p, Month(), 2);
+    *p++ = '/';
+    p = Digits(p, Day(), 2);
+    *p++ = '/';
+    p = Digits(p, Year(), 4);
+    return ZString(buf, int(p - buf));
 }
 
 Time::Time(int hours, int minutes, int seconds, int hundredths) {
@@ -135,11 +162,16 @@ Time& Time::operator=(const char* text) {
 }
 
 ZString Time::Short() const {
-    ZString s;
-    if (IsBlank()) return s;
-    if (Hundredths())
-        s.Format("%02d:%02d:%02d.%02d", Hour(), Minute(), Second(), Hundredths());
-    else
-        s.Format("%02d:%02d:%02d", Hour(), Minute(), Second());
-    return s;
+    if (IsBlank()) return ZString();
+    char buf[24];
+    char* p = Digits(buf, Hour(), 2);
+    *p++ = ':';
+    p = Digits(p, Minute(), 2);
+    *p++ = ':';
+    p = Digits(p, Second(), 2);
+    if (Hundredths()) {
+        *p++ = '.';
+        p = Digits(p, Hundredths(), 2);
+    }
+    return ZString(buf, int(p - buf));
 }

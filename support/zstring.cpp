@@ -126,6 +126,16 @@ std::string Grouped(std::string text, const std::string& sep) {
 ZString& ZString::Format(const char* fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
+    // One plain number, the commonest call (field texts of every record):
+    // the same digits without parsing the format.
+    if (fmt && fmt[0] == '%' && (fmt[1] == 'd' || fmt[1] == 'u') && fmt[2] == '\0') {
+        char buf[16];
+        auto r = fmt[1] == 'd' ? std::to_chars(buf, buf + sizeof(buf), va_arg(ap, int))
+                               : std::to_chars(buf, buf + sizeof(buf), va_arg(ap, unsigned));
+        va_end(ap);
+        s_.assign(buf, r.ptr);
+        return *this;
+    }
     std::string out;
     for (const char* p = fmt ? fmt : ""; *p;) {
         if (*p != '%') {
