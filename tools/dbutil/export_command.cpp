@@ -66,10 +66,12 @@ void Run(Context& ctx, const ExportArgs& a) {
     for (; st == 0; st = key < 0 ? f->StepNext(nullptr) : f->GetNext(nullptr)) {
         const char* record = f->RcdBuf();
         unsigned length = f->GetBytesRead();
-        for (size_t i = 0; i < fields.size(); ++i)
-            cells[i] = a.format == Format::Table
-                           ? DisplayCell(*f, fields[i])
-                           : PlainCell(fields[i], record, length, a.format == Format::Json);
+        for (size_t i = 0; i < fields.size(); ++i) {
+            if (a.format == Format::Table)
+                cells[i] = DisplayCell(*f, fields[i]);
+            else
+                PlainCell(fields[i], record, length, a.format == Format::Json, cells[i]);
+        }
         writer->Row(cells);
         progress.Update(++done);
     }

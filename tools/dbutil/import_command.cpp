@@ -161,7 +161,7 @@ void Run(Context& ctx, const ImportArgs& a) {
     }
     batch.End();
     progress.Finish();
-    std::printf("%lu records added to %s\n", added, f->FileName());
+    std::printf("%lu %s added to %s\n", added, added == 1 ? "record" : "records", f->FileName());
     if (skipped)
         throw Failure(std::to_string(skipped) + (skipped == 1 ? " line of " : " lines of ") +
                       a.csv + " not imported");

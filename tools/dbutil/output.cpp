@@ -1,6 +1,7 @@
 #include "output.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 
 #include "context.h"
@@ -34,7 +35,7 @@ class CsvWriter : public Writer {
         line_.clear();
         for (size_t i = 0; i < cells.size(); ++i) {
             if (i) line_ += ',';
-            if (!CsvField(cells[i].text, field_)) {
+            if (!AppendCsvField(cells[i].text, line_)) {
                 std::string what =
                     *where ? std::string(where) : rowName_ + " " + std::to_string(rows_);
                 std::string column = i < names_.size() ? " field " + names_[i] : "";
@@ -42,7 +43,6 @@ class CsvWriter : public Writer {
                               " holds a line break or a quote before a comma, which "
                               "comma-separated text cannot carry (--json can)");
             }
-            line_ += field_;
         }
         // A lone empty field would make an empty line, which reads as none.
         if (cells.size() == 1 && line_.empty()) line_ = "\"\"";
@@ -53,7 +53,7 @@ class CsvWriter : public Writer {
     FILE* out_;
     std::string rowName_;
     std::vector<std::string> names_;
-    std::string line_, field_;
+    std::string line_;
     unsigned long long rows_ = 0;
 };
 
@@ -227,20 +227,24 @@ class JsonWriter : public Writer {
 
 }  // namespace
 
-bool CsvField(const std::string& text, std::string& out) {
-    bool quote = !text.empty() && (text.find(',') != std::string::npos || text.front() == '"' ||
-                                   std::isspace((unsigned char)text.front()) ||
-                                   std::isspace((unsigned char)text.back()));
-    if (text.find_first_of("\r\n") != std::string::npos) return false;
-    if (quote && text.find("\",") != std::string::npos) return false;
-    if (!quote) {
-        out = text;
-        return true;
+bool AppendCsvField(const std::string& text, std::string& out) {
+    // One pass: what needs quotes, and what no quoting can carry.
+    bool comma = false, quoteComma = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (c == '\n' || c == '\r') return false;
+        if (c == ',') {
+            comma = true;
+            if (i && text[i - 1] == '"') quoteComma = true;
+        }
     }
-    out.clear();
-    out += '"';
+    bool quote = !text.empty() &&
+                 (comma || text.front() == '"' || std::isspace((unsigned char)text.front()) ||
+                  std::isspace((unsigned char)text.back()));
+    if (quote && quoteComma) return false;
+    if (quote) out += '"';
     out += text;
-    out += '"';
+    if (quote) out += '"';
     return true;
 }
 

@@ -29,7 +29,8 @@ class Writer {
 // quote followed by a comma) raises Failure, naming `rowName` and the row.
 std::unique_ptr<Writer> MakeWriter(Format format, FILE* out, std::string rowName = "row");
 
-// The text of a cell as comma-separated text takes it; false when it cannot.
-bool CsvField(const std::string& text, std::string& out);
+// Appends the text of a cell as comma-separated text takes it to `out`;
+// false, leaving `out` as it was, when it cannot.
+bool AppendCsvField(const std::string& text, std::string& out);
 
 }  // namespace dbutil

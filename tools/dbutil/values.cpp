@@ -87,14 +87,17 @@ std::vector<FieldDesc> FieldsOf(CDbFile& file) {
     return out;
 }
 
-Cell PlainCell(const FieldDesc& f, const char* record, unsigned length, bool utf8) {
-    Cell c;
-    if (unsigned(f.offset) + f.length > length) return c;
-    CString text;
+void PlainCell(const FieldDesc& f, const char* record, unsigned length, bool utf8, Cell& out) {
+    out.kind = Cell::Null;
+    out.text.clear();
+    if (unsigned(f.offset) + f.length > length) return;
+    static CString text;  // one string for every call spares an allocation each
     CDbFile::FormatFileDataToString(text, record + f.offset, f.length, TextType(f), f.numDP);
-    c.kind = IsNumberType(f.type) ? Cell::Number : f.type == dbBoolean ? Cell::Bool : Cell::Text;
-    c.text = utf8 && c.kind == Cell::Text ? Utf8FromAnsi(text.str()) : text.str();
-    return c;
+    out.kind = IsNumberType(f.type) ? Cell::Number : f.type == dbBoolean ? Cell::Bool : Cell::Text;
+    if (utf8 && out.kind == Cell::Text)
+        out.text = Utf8FromAnsi(text.str());
+    else
+        out.text.assign(text.c_str(), size_t(text.GetLength()));
 }
 
 Cell DisplayCell(CDbFile& file, const FieldDesc& f) {

@@ -26,7 +26,8 @@ std::vector<FieldDesc> FieldsOf(CDbFile& file);
 // A field of the record of `length` bytes as plain text: the stored bytes
 // for comma-separated text, UTF-8 for JSON. A field the record is too short
 // for is an empty cell.
-Cell PlainCell(const FieldDesc& f, const char* record, unsigned length, bool utf8);
+// Fills `out`, whose text keeps its room from one record to the next.
+void PlainCell(const FieldDesc& f, const char* record, unsigned length, bool utf8, Cell& out);
 // The field of the file's current record as its user sees it, in UTF-8.
 Cell DisplayCell(CDbFile& file, const FieldDesc& f);
 
