@@ -222,6 +222,34 @@ TEST_F(DbutilTest, CheckHealthyAndDamagedFiles) {
                   "cannot be checked: status 30");
 }
 
+// Pack rebuilds the file with every record and every key order it had,
+// after records were deleted here and there.
+TEST_F(DbutilTest, PackKeepsEveryRecord) {
+    tooltest::FillSales(folder.dir.path(), tooltest::SaleRows(500, 3));
+    std::string path = folder.dir.File("Sale.dat");
+    {
+        CDbFile sales("Sale.dat");
+        ASSERT_EQ(sales.Open(nullptr, dbOpenNormal), 0);
+        int n = 0;
+        for (int st = sales.StepFirst(nullptr); st == 0; st = sales.StepNext(nullptr))
+            if (++n % 3 == 0) ASSERT_EQ(sales.Delete(nullptr), 0);
+    }
+    std::vector<std::vector<std::string>> before;
+    for (int key = 0; key <= 4; ++key)
+        before.push_back(tooltest::Records(path, key));
+    ASSERT_EQ(before[0].size(), 500u - 500 / 3);
+
+    Result pack = Dbutil(folder, {"pack", "Sale.dat"});
+    ASSERT_EQ(pack.code, 0) << Show(pack);
+    EXPECT_NE(pack.out.find("packed, " + std::to_string(before[0].size()) + " records"),
+              std::string::npos)
+        << pack.out;
+    for (int key = 0; key <= 4; ++key)
+        EXPECT_EQ(tooltest::Records(path, key), before[size_t(key)]) << "key " << key;
+    EXPECT_EQ(Dbutil(folder, {"check", "Sale.dat"}).code, 0);
+    ExpectFailure(Dbutil(folder, {"pack", folder.dir.File("gone") + "/Sale.dat"}), "gone");
+}
+
 // Bad input of every kind: a clear line, a non-zero exit, never a crash.
 TEST_F(DbutilTest, BadInputFailsInOneLine) {
     std::string junk = Write("junk.ddf", std::string(9000, '\x5a'));
