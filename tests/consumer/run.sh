@@ -15,6 +15,8 @@ cmake --build "$work/build" -j 2 >/dev/null
 "$work/build/recman_consumer"
 LD_LIBRARY_PATH="$work/prefix/lib" "$work/build/recman_consumer_shared"
 "$work/build/dbfile_consumer"
+"$work/build/sqlite_consumer"
+test -x "$work/prefix/bin/dbutil"
 # The same program built with plain make flags from pkg-config.
 PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig" pkg-config --cflags --libs dbfile >"$work/pc"
 # shellcheck disable=SC2046
