@@ -232,7 +232,9 @@ TEST_F(DbutilTest, PackKeepsEveryRecord) {
         ASSERT_EQ(sales.Open(nullptr, dbOpenNormal), 0);
         int n = 0;
         for (int st = sales.StepFirst(nullptr); st == 0; st = sales.StepNext(nullptr))
-            if (++n % 3 == 0) ASSERT_EQ(sales.Delete(nullptr), 0);
+            if (++n % 3 == 0) {
+                ASSERT_EQ(sales.Delete(nullptr), 0);
+            }
     }
     std::vector<std::vector<std::string>> before;
     for (int key = 0; key <= 4; ++key)
