@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <lmdb.h>
 
+#include <algorithm>
 #include <fstream>
+#include <set>
 
 #include "dbtest.h"
 #include "tool_files.h"
@@ -128,6 +130,50 @@ TEST_F(DbutilTest, ExportThenImportGivesTheSameRecords) {
                   tooltest::Records(folder.dir.File(file), 0));
         EXPECT_FALSE(tooltest::Records(copy + "/" + file, 0).empty());
     }
+}
+
+// A filtered export gives exactly the rows of the unfiltered one that pass
+// the filter as the test applies it, in every format, across several of the
+// engine's lists.
+TEST_F(DbutilTest, WhereKeepsThePassingRecords) {
+    std::vector<tooltest::SaleRow> rows = tooltest::SaleRows(3000, 11);
+    tooltest::FillSales(folder.dir.path(), rows);
+    std::set<int32_t> passing;
+    for (const tooltest::SaleRow& r : rows) {
+        std::string customer = r.customer;
+        for (char& c : customer) c = char(std::tolower(static_cast<unsigned char>(c)));
+        if ((r.qty > 50 && customer == "acme") || r.price <= 0) passing.insert(r.id);
+    }
+    ASSERT_GT(passing.size(), 100u);
+    ASSERT_LT(passing.size(), rows.size() / 2);
+    const char* where = "Qty>50 AND Customer=acme or Price<=0";
+
+    Result all = Dbutil(folder, {"export", "Sale.dat", "--csv"});
+    ASSERT_EQ(all.code, 0) << Show(all);
+    std::vector<std::string> lines = Lines(all.out);
+    std::vector<std::string> expected = {lines[0]};
+    for (size_t i = 1; i < lines.size(); ++i)
+        if (passing.count(std::stoi(lines[i]))) expected.push_back(lines[i]);
+    Result csv = Dbutil(folder, {"export", "Sale.dat", "--csv", "--where", where});
+    ASSERT_EQ(csv.code, 0) << Show(csv);
+    EXPECT_EQ(Lines(csv.out), expected);
+
+    // The table reads each passing record again: the same ids, in key order.
+    Result table = Dbutil(folder, {"export", "Sale.dat", "--table", "--where", where});
+    ASSERT_EQ(table.code, 0) << Show(table);
+    std::vector<std::string> shown = Lines(table.out);
+    ASSERT_EQ(shown.size(), passing.size() + 2) << table.out;  // header and rule
+    auto id = passing.begin();
+    for (size_t i = 2; i < shown.size(); ++i, ++id) {
+        std::string first = shown[i].substr(shown[i].find_first_not_of(' '));
+        first = first.substr(0, first.find(' '));
+        first.erase(std::remove(first.begin(), first.end(), ','), first.end());
+        EXPECT_EQ(std::stoi(first), *id) << shown[i];
+    }
+
+    Result none = Dbutil(folder, {"export", "Sale.dat", "--json", "--where", "Qty>1000"});
+    ASSERT_EQ(none.code, 0) << Show(none);
+    EXPECT_EQ(Lines(none.out), (std::vector<std::string>{"[", "]"}));
 }
 
 TEST_F(DbutilTest, ImportSkipsBadLinesOrStopsBeforeWriting) {
@@ -270,6 +316,9 @@ TEST_F(DbutilTest, BadInputFailsInOneLine) {
         {{"export", "Missing.dat"}, "has no entry for Missing.dat"},
         {{"export", "Every.dat", "--key", "7"}, "has no key 7"},
         {{"export", "Every.dat", "--key", "seven"}, "seven"},
+        {{"export", "Every.dat", "--where", "Colour=red"}, "--where: term 1 names no field"},
+        {{"export", "Every.dat", "--where", "Id>1 and Small"}, "term 2 has no operator"},
+        {{"export", "Every.dat", "--where", "Id>1 but Small=2"}, "term 1 is followed by"},
         {{"import", "Every.dat", folder.dir.File("nothere.csv")}, "nothere.csv is not a file"},
         {{"import", "Every.dat", noHeader}, "empty.csv is empty"},
         {{"import", "Every.dat", unknown}, "no field is named \"Colour\""},
