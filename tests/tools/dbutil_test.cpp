@@ -173,7 +173,7 @@ TEST_F(DbutilTest, WhereKeepsThePassingRecords) {
 
     Result none = Dbutil(folder, {"export", "Sale.dat", "--json", "--where", "Qty>1000"});
     ASSERT_EQ(none.code, 0) << Show(none);
-    EXPECT_EQ(Lines(none.out), (std::vector<std::string>{"[", "]"}));
+    EXPECT_EQ(Lines(none.out), std::vector<std::string>{"[]"});
 }
 
 TEST_F(DbutilTest, ImportSkipsBadLinesOrStopsBeforeWriting) {
