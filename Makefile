@@ -11,7 +11,7 @@ FUZZ_CHECK_SECONDS ?= 5
 # Records of the dbutil benchmark (make bench).
 DBUTIL_BENCH_RECORDS ?= 1000000
 
-.PHONY: all deps release demo test fuzz-build fuzz stress build-matrix bench install clean
+.PHONY: all deps release demo test test-build fuzz-build fuzz stress build-matrix bench install clean
 
 all: release
 
@@ -41,13 +41,16 @@ demo: release
 
 # The test build runs with AddressSanitizer and UndefinedBehaviorSanitizer.
 # Then every fuzzing target runs over its seeds and a few seconds more.
-test: deps
-	cmake -S . -B $(BUILD)/test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDBFILE_SANITIZE=ON \
-	      -DDBFILE_WERROR=ON -DDBFILE_FAULTS=ON
-	cmake --build $(BUILD)/test -j $(JOBS)
+test: test-build
 	cd $(BUILD)/test && ctest --output-on-failure -j $(JOBS)
 	$(MAKE) --no-print-directory fuzz-build
 	scripts/fuzz.sh $(BUILD)/fuzz $(FUZZ_CHECK_SECONDS)
+
+# The test build alone: sanitizers, warnings as errors, fault injection.
+test-build: deps
+	cmake -S . -B $(BUILD)/test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDBFILE_SANITIZE=ON \
+	      -DDBFILE_WERROR=ON -DDBFILE_FAULTS=ON
+	cmake --build $(BUILD)/test -j $(JOBS)
 
 # libFuzzer targets, built with clang, AddressSanitizer and UBSan.
 fuzz-build: deps

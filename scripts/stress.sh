@@ -3,7 +3,8 @@
 # keep both cores loaded, then each test that sets processes or threads
 # against each other many times alone under the same load. Stops at the
 # first failure, leaving its output in the work folder.
-#   STRESS_RUNS    runs of `make test` (default 20)
+#   STRESS_RUNS    runs of `make test` (default 20; 0 builds the tests and
+#                  goes straight to the concurrency tests)
 #   STRESS_REPEAT  runs of each concurrency test (default 200)
 set -eu
 runs=${STRESS_RUNS:-20}
@@ -32,6 +33,11 @@ while [ "$i" -le "$runs" ]; do
     echo "stress: make test run $i of $runs passed"
     i=$((i + 1))
 done
+
+if [ "$runs" -eq 0 ] && ! make -C "$work/clone" test-build >"$work/build.log" 2>&1; then
+    echo "stress: the build failed; see $work/build.log"
+    exit 1
+fi
 
 tests="$work/clone/build/test/tests"
 # Tests whose outcome depends on how processes and threads interleave.
