@@ -23,18 +23,6 @@ namespace fs = std::filesystem;
 
 constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
 
-std::string ReadAll(const std::string& p) {
-    std::ifstream f(p, std::ios::binary);
-    std::ostringstream out;
-    out << f.rdbuf();
-    return out.str();
-}
-
-void WriteAll(const std::string& p, const std::string& s) {
-    std::ofstream f(p, std::ios::binary | std::ios::trunc);
-    f << s;
-}
-
 // Mostly plausible specs with random damage, some pure noise: each answers
 // a status of Create, and what is accepted opens and reports the keys it
 // was given.
@@ -155,22 +143,22 @@ TEST(BadInput, ForeignAndDamagedFiles) {
     rmtest::TempDir dir;
     Handle h;
     auto opens = [&](const std::string& p) {
-        std::string before = ReadAll(p);
+        std::string before = rmtest::ReadAll(p);
         int st = h.Open(p);
         if (st == RM_OK) h.Close();
-        EXPECT_EQ(ReadAll(p), before) << "opening changed " << p;
+        EXPECT_EQ(rmtest::ReadAll(p), before) << "opening changed " << p;
         return st;
     };
-    WriteAll(dir.File("empty.dat"), "");
+    rmtest::WriteAll(dir.File("empty.dat"), "");
     EXPECT_EQ(opens(dir.File("empty.dat")), RM_NOT_A_RECMAN_FILE);
     EXPECT_FALSE(fs::exists(dir.File("empty.dat-lock")));
-    WriteAll(dir.File("text.dat"), std::string(100000, 'x'));
+    rmtest::WriteAll(dir.File("text.dat"), std::string(100000, 'x'));
     EXPECT_EQ(opens(dir.File("text.dat")), RM_NOT_A_RECMAN_FILE);
     std::string noise(50000, 0);
     std::mt19937 rng(3);
     for (auto& c : noise)
         c = char(rng());
-    WriteAll(dir.File("noise.dat"), noise);
+    rmtest::WriteAll(dir.File("noise.dat"), noise);
     EXPECT_EQ(opens(dir.File("noise.dat")), RM_NOT_A_RECMAN_FILE);
     fs::create_directory(dir.File("folder.dat"));
     EXPECT_EQ(h.Open(dir.File("folder.dat")), RM_NOT_A_RECMAN_FILE);
@@ -202,16 +190,16 @@ TEST(BadInput, ForeignAndDamagedFiles) {
             ASSERT_EQ(w.Insert(r), RM_OK);
         }
     }
-    std::string whole = ReadAll(p);
+    std::string whole = rmtest::ReadAll(p);
     for (size_t cut : {size_t(0), size_t(100), size_t(4096), size_t(8192), whole.size() / 2,
                        whole.size() - 4096}) {
         fs::remove(p + "-lock");
-        WriteAll(p, whole.substr(0, cut));
+        rmtest::WriteAll(p, whole.substr(0, cut));
         // An empty file is nobody's; one that still begins with a meta page
         // is a record file cut short.
         EXPECT_EQ(opens(p), cut == 0 ? RM_NOT_A_RECMAN_FILE : RM_IO_ERROR) << "cut at " << cut;
     }
-    WriteAll(p, whole);
+    rmtest::WriteAll(p, whole);
     EXPECT_EQ(opens(p), RM_OK);
 
     // A stored definition damaged or cut anywhere is read without harm.

@@ -24,18 +24,6 @@ namespace fs = std::filesystem;
 constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
 constexpr uint16_t kLength = 60;
 
-std::string ReadAll(const std::string& p) {
-    std::ifstream f(p, std::ios::binary);
-    std::ostringstream out;
-    out << f.rdbuf();
-    return out.str();
-}
-
-void WriteAll(const std::string& p, const std::string& s) {
-    std::ofstream f(p, std::ios::binary | std::ios::trunc);
-    f << s;
-}
-
 std::vector<uint8_t> Record(uint32_t id) {
     std::vector<uint8_t> r(kLength, 0);
     rmtest::Put32(r.data(), id);
@@ -90,7 +78,7 @@ TEST(Checksum, ChangedRecordBytesAnswerTwoAndAreNamed) {
     Fill(path, 300);
     Fill(other, 10);
     const uint32_t victim = 123;
-    const std::string whole = ReadAll(path);
+    const std::string whole = rmtest::ReadAll(path);
     auto want = Record(victim);
     std::string tail(reinterpret_cast<const char*>(want.data()) + 20, kLength - 20);
     std::vector<std::string> lines;
@@ -98,7 +86,7 @@ TEST(Checksum, ChangedRecordBytesAnswerTwoAndAreNamed) {
         SCOPED_TRACE(at);
         std::string bytes = whole;
         bytes[at + 10] ^= 0x01;
-        WriteAll(path, bytes);
+        rmtest::WriteAll(path, bytes);
         std::vector<std::string> problems;
         ASSERT_EQ(recman::CheckFile(path, problems), RM_OK);
         if (problems.empty()) continue;  // a stale copy in a free page
@@ -131,12 +119,12 @@ TEST(Checksum, ChangedRecordBytesAnswerTwoAndAreNamed) {
         EXPECT_GE(damaged, 1);
         // Damage seen, nothing more is written into the file: not the
         // transaction's insert, not another.
-        std::string seen = ReadAll(path);
+        std::string seen = rmtest::ReadAll(path);
         EXPECT_EQ(h.Call(RM_END_TRANSACTION, nullptr, &none, nullptr, 0), RM_IO_ERROR);
         auto fresh = Record(1000 + uint32_t(lines.size()));
         EXPECT_EQ(h.Insert(fresh), RM_IO_ERROR);
         h.Close();
-        EXPECT_TRUE(ReadAll(path) == seen);
+        EXPECT_TRUE(rmtest::ReadAll(path) == seen);
         // Other records still read, and other files still work.
         ASSERT_EQ(h.Open(path), RM_OK);
         rmtest::Put32(h.key(), victim + 1);
@@ -156,7 +144,7 @@ TEST(Checksum, ChangedRecordBytesAnswerTwoAndAreNamed) {
     EXPECT_NE(lines[0].find("copy of record 124 is damaged: its checksum"), std::string::npos)
         << lines[0];
     EXPECT_EQ(lines[1], "record 124 is damaged: its checksum does not match");
-    WriteAll(path, whole);
+    rmtest::WriteAll(path, whole);
 }
 
 // Files of the format before checksums open and read as they always did;

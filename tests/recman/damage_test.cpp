@@ -39,19 +39,11 @@ constexpr uint32_t kRecords = 1000;  // every page is still swept, in fewer page
 constexpr uint32_t kRecords = 3000;
 #endif
 
-std::string ReadAll(const std::string& p) {
-    std::ifstream f(p, std::ios::binary);
-    std::ostringstream out;
-    out << f.rdbuf();
-    return out.str();
-}
-
 // Writes a new file (a new inode: nothing of an earlier copy is reused).
 void WriteFresh(const std::string& p, const std::string& s) {
     fs::remove(p);
     fs::remove(p + "-lock");
-    std::ofstream f(p, std::ios::binary | std::ios::trunc);
-    f << s;
+    rmtest::WriteAll(p, s);
 }
 
 std::vector<uint8_t> Record(uint32_t id) {
@@ -103,7 +95,7 @@ struct Original {
                 order[k].push_back(r);
         }
         h.Close();
-        bytes = ReadAll(path);
+        bytes = rmtest::ReadAll(path);
     }
 };
 
@@ -181,7 +173,7 @@ bool ProbeInChild(const std::string& path, Outcome& out, std::string& why) {
 // Probes one damaged copy and holds the outcome to the promises; answers
 // whether the copy was found damaged.
 bool Expect(const std::string& copy, const std::string& what) {
-    std::string before = ReadAll(copy);
+    std::string before = rmtest::ReadAll(copy);
     Outcome o;
     std::string why;
     EXPECT_TRUE(ProbeInChild(copy, o, why)) << what << ": " << why;
@@ -192,7 +184,7 @@ bool Expect(const std::string& copy, const std::string& what) {
     }
     // A file found damaged is left as it was: nothing is written into it.
     if (reported) {
-        EXPECT_EQ(ReadAll(copy), before) << what << ": a damaged file was changed";
+        EXPECT_EQ(rmtest::ReadAll(copy), before) << what << ": a damaged file was changed";
     }
     return reported;
 }

@@ -8,9 +8,23 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace rmtest {
+
+std::string ReadAll(const std::string& p) {
+    std::ifstream f(p, std::ios::binary);
+    std::ostringstream out;
+    out << f.rdbuf();
+    return out.str();
+}
+
+void WriteAll(const std::string& p, const std::string& s) {
+    std::ofstream f(p, std::ios::binary | std::ios::trunc);
+    f << s;
+}
 
 void Put16(uint8_t* p, uint16_t v) {
     p[0] = uint8_t(v);

@@ -79,6 +79,10 @@ pid_t Child(const std::function<int()>& body);
 int16_t Txn(uint16_t op, uint16_t client);
 int16_t Txn(uint16_t op, const uint8_t* clientId);
 
+// A file's bytes; writing replaces them.
+std::string ReadAll(const std::string& path);
+void WriteAll(const std::string& path, const std::string& bytes);
+
 // The first problem the consistency check finds in a file, or "" when none.
 std::string Problem(const std::string& path);
 
