@@ -12,6 +12,7 @@
 #include <memory>
 #include <random>
 
+#include "interleaved.h"
 #include "recman/engine.h"
 #include "stores.h"
 
@@ -103,28 +104,18 @@ void TxnInsert(benchmark::State& state, int v) {
 }
 
 // Medians of each path, and the checked file's time over the unchecked one's.
-class RatioReporter : public benchmark::ConsoleReporter {
+class RatioReporter : public MedianSpeeds {
   public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& r : runs)
-            if (!r.error_occurred && r.run_type == Run::RT_Aggregate &&
-                r.aggregate_name == "median" && r.counters.count("items_per_second"))
-                speed_[r.run_name.function_name] = r.counters.at("items_per_second");
-        ConsoleReporter::ReportRuns(runs);
-    }
     void Finalize() override {
         ConsoleReporter::Finalize();
         std::printf("\n%-12s %16s %16s %18s\n", "path", "unchecked/s", "checksums/s",
                     "time with / without");
         for (const char* path : {"GetEqual", "GetNext", "TxnInsert"}) {
-            double a = speed_[std::string(path) + "/unchecked"];
-            double b = speed_[std::string(path) + "/checksums"];
+            double a = Speed(std::string(path) + "/unchecked");
+            double b = Speed(std::string(path) + "/checksums");
             if (a > 0 && b > 0) std::printf("%-12s %16.0f %16.0f %17.3fx\n", path, a, b, a / b);
         }
     }
-
-  private:
-    std::map<std::string, double> speed_;
 };
 
 }  // namespace
@@ -148,14 +139,7 @@ int main(int argc, char** argv) {
             ->Unit(benchmark::kMillisecond)
             ->ReportAggregatesOnly();
     }
-    // Repetitions of both formats interleave at random, so that a noisy
-    // moment of the machine does not favour one.
-    std::vector<char*> args(argv, argv + argc);
-    static char interleave[] = "--benchmark_enable_random_interleaving=true";
-    args.insert(args.begin() + 1, interleave);
-    argc = int(args.size());
-    argv = args.data();
-    benchmark::Initialize(&argc, argv);
+    InitializeInterleaved(argc, argv);
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();

@@ -230,15 +230,8 @@ void Register() {
 }
 
 // Collects each path's median items per second for the ratio table.
-class RatioReporter : public benchmark::ConsoleReporter {
+class RatioReporter : public MedianSpeeds {
   public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& r : runs)
-            if (!r.error_occurred && r.run_type == Run::RT_Aggregate &&
-                r.aggregate_name == "median" && r.counters.count("items_per_second"))
-                speed_[r.run_name.function_name] = r.counters.at("items_per_second");
-        ConsoleReporter::ReportRuns(runs);
-    }
     void Finalize() override {
         ConsoleReporter::Finalize();
         std::printf("\n%-14s %14s %14s %14s %16s %12s\n", "path", "dbfile/s", "raw/s", "sqlite/s",
@@ -255,11 +248,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
     }
 
   private:
-    double Get(const std::string& path, const std::string& how) {
-        auto it = speed_.find(path + "/" + how);
-        return it == speed_.end() ? 0 : it->second;
-    }
-    std::map<std::string, double> speed_;
+    double Get(const std::string& path, const std::string& how) { return Speed(path + "/" + how); }
 };
 
 }  // namespace

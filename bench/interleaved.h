@@ -6,6 +6,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <map>
+#include <string>
 #include <vector>
 
 inline void InitializeInterleaved(int argc, char** argv) {
@@ -16,3 +18,29 @@ inline void InitializeInterleaved(int argc, char** argv) {
     int n = int(args.size());
     benchmark::Initialize(&n, args.data());
 }
+
+// The console report, keeping each benchmark's items per second by name for
+// the ratio table a benchmark prints at its end: the median of its
+// repetitions, or its one run.
+class MedianSpeeds : public benchmark::ConsoleReporter {
+  public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& r : runs) {
+            if (r.error_occurred || !r.counters.count("items_per_second")) continue;
+            bool median = r.run_type == Run::RT_Aggregate && r.aggregate_name == "median";
+            if (median || (r.run_type == Run::RT_Iteration && r.repetitions <= 1))
+                speed_[r.run_name.function_name] = r.counters.at("items_per_second");
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+
+  protected:
+    // The median of the benchmark so named; 0 when it did not run.
+    double Speed(const std::string& name) const {
+        auto it = speed_.find(name);
+        return it == speed_.end() ? 0 : it->second;
+    }
+
+  private:
+    std::map<std::string, double> speed_;
+};

@@ -322,18 +322,8 @@ void Register() {
 }
 
 // Collects each run's items per second for the ratio table.
-class RatioReporter : public benchmark::ConsoleReporter {
+class RatioReporter : public MedianSpeeds {
   public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& r : runs) {
-            if (r.error_occurred || !r.counters.count("items_per_second")) continue;
-            // With repetitions, the median stands for the path; else the run.
-            bool median = r.run_type == Run::RT_Aggregate && r.aggregate_name == "median";
-            if (median || (r.run_type == Run::RT_Iteration && r.repetitions <= 1))
-                speed_[r.run_name.function_name] = r.counters.at("items_per_second");
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
     void Finalize() override {
         ConsoleReporter::Finalize();
         std::printf("\n%-20s %14s %14s %14s %12s %12s\n", "path", "recman/s", "lmdb/s", "sqlite/s",
@@ -349,10 +339,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
   private:
     double Get(const std::string& path, const std::string& store) {
-        auto it = speed_.find(path + "/" + store);
-        return it == speed_.end() ? 0 : it->second;
+        return Speed(path + "/" + store);
     }
-    std::map<std::string, double> speed_;
 };
 
 }  // namespace

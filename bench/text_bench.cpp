@@ -198,29 +198,17 @@ void WriteFixedDbfile(benchmark::State& state) {
 }
 
 // Collects each path's median speed for the table at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
+class RatioReporter : public MedianSpeeds {
   public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& r : runs) {
-            if (r.error_occurred || !r.counters.count("items_per_second")) continue;
-            if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
-                speed_[r.run_name.function_name] = r.counters.at("items_per_second");
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
     void Finalize() override {
         ConsoleReporter::Finalize();
         std::printf("\n%-14s %14s %14s %22s\n", "path", "dbfile/s", "stdio/s",
                     "dbfile time / stdio");
         for (const char* path : {"ReadForward", "ReadBackward", "WriteFixed"}) {
-            double d = speed_[std::string(path) + "Dbfile"],
-                   s = speed_[std::string(path) + "Stdio"];
+            double d = Speed(std::string(path) + "Dbfile"), s = Speed(std::string(path) + "Stdio");
             if (d > 0 && s > 0) std::printf("%-14s %14.0f %14.0f %21.2fx\n", path, d, s, s / d);
         }
     }
-
-  private:
-    std::map<std::string, double> speed_;
 };
 
 void Register() {
