@@ -61,6 +61,18 @@ MDB_val Val(const std::string& s) {
     return Val(s.data(), s.size());
 }
 
+// A value of the file's own table (its description or its state), copied
+// out of the map under the guard; a value too long to be one is damage.
+int ReadMetaValue(MDB_txn* txn, MDB_dbi dbi, const char* key, std::string& copy) {
+    MDB_val k = Val(key, std::strlen(key)), v;
+    return Guarded([&] {
+        int rc = TableGet(txn, dbi, &k, &v);
+        if (rc == 0 && v.mv_size > 65536) rc = MDB_CORRUPTED;
+        if (rc == 0) copy.assign(static_cast<const char*>(v.mv_data), v.mv_size);
+        return rc;
+    });
+}
+
 // Checks what can be checked cheaply before the storage library touches the
 // file (it would turn an empty file into a new store, and trusts every page
 // it maps): 30 for a foreign file, 2 for a damaged one.
@@ -249,14 +261,8 @@ Status FileEnv::Init(const std::string& path) {
 }
 
 Status FileEnv::LoadState(MDB_txn* txn, FileState& state) {
-    MDB_val k = Val(kStateKey, sizeof(kStateKey) - 1), v;
     std::string copy;
-    int rc = Guarded([&] {
-        int grc = TableGet(txn, metaDbi_, &k, &v);
-        if (grc == 0 && v.mv_size > 65536) grc = MDB_CORRUPTED;
-        if (grc == 0) copy.assign(static_cast<const char*>(v.mv_data), v.mv_size);
-        return grc;
-    });
+    int rc = ReadMetaValue(txn, metaDbi_, kStateKey, copy);
     if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
     if (rc == kGuardFault) return Damaged();
     if (rc != 0) return StatusOf(rc);
@@ -282,14 +288,8 @@ Status FileEnv::VerifyBeforeWrite() {
 
 Status FileEnv::ReloadDef(MDB_txn* txn, uint32_t defGen) {
     if (defGen == defGen_) return RM_OK;
-    MDB_val k = Val(kDefKey, sizeof(kDefKey) - 1), v;
     std::string copy;
-    int rc = Guarded([&] {
-        int grc = TableGet(txn, metaDbi_, &k, &v);
-        if (grc == 0 && v.mv_size > 65536) grc = MDB_CORRUPTED;
-        if (grc == 0) copy.assign(static_cast<const char*>(v.mv_data), v.mv_size);
-        return grc;
-    });
+    int rc = ReadMetaValue(txn, metaDbi_, kDefKey, copy);
     if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
     if (rc == kGuardFault) return Damaged();
     if (rc != 0) return StatusOf(rc);
