@@ -141,7 +141,8 @@ TEST_F(DbutilTest, WhereKeepsThePassingRecords) {
     std::set<int32_t> passing;
     for (const tooltest::SaleRow& r : rows) {
         std::string customer = r.customer;
-        for (char& c : customer) c = char(std::tolower(static_cast<unsigned char>(c)));
+        for (char& c : customer)
+            c = char(std::tolower(static_cast<unsigned char>(c)));
         if ((r.qty > 50 && customer == "acme") || r.price <= 0) passing.insert(r.id);
     }
     ASSERT_GT(passing.size(), 100u);

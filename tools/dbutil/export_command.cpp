@@ -42,10 +42,9 @@ void SetFilter(CDbFile& f, int key, const std::string& where) {
     if (key < 0) throw Failure(std::string(f.FileName()) + " has no key to filter in");
     unsigned long bad = f.SetSQLFilter(where.c_str());
     if (!bad) return;
-    static const char* const why[] = {"", "names no field of the file",
-                                      "has no operator (=, <>, <, >, <=, >=)",
-                                      "is followed by text that is not 'and' or 'or'",
-                                      "makes the filter too long"};
+    static const char* const why[] = {
+        "", "names no field of the file", "has no operator (=, <>, <, >, <=, >=)",
+        "is followed by text that is not 'and' or 'or'", "makes the filter too long"};
     unsigned code = CDbFile::GetSQLErrCode(bad);
     throw Failure("--where: term " + std::to_string(CDbFile::GetSQLErrExpression(bad) + 1) + " " +
                   (code < 5 ? why[code] : "cannot be read"));
@@ -60,7 +59,8 @@ void Run(Context& ctx, const ExportArgs& a) {
         SetFilter(*f, key, a.where);
         // As many whole records a call as the engine's 64 KiB list holds.
         unsigned end = 0;
-        for (const FieldDesc& d : fields) end = std::max(end, unsigned(d.offset) + d.length);
+        for (const FieldDesc& d : fields)
+            end = std::max(end, unsigned(d.offset) + d.length);
         f->SetFilterOptions(uint16_t(std::max(1u, 65000u / (end + 6))), 0, 65535);
     }
 
