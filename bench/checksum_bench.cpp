@@ -46,9 +46,7 @@ struct Filled {
             }
             if (!stores[v]->End()) throw std::runtime_error("end");
         }
-        std::mt19937 rng(42);
-        for (int i = 0; i < 1 << 16; ++i)
-            probes.push_back(int32_t(rng() % kRecords));
+        probes = bench::Probes(kRecords);
     }
     ~Filled() { std::filesystem::remove_all(dir); }
 };

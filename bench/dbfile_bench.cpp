@@ -75,9 +75,7 @@ struct Data {
         raw = filling;
         Describe(file);
         if (file.Open(nullptr, dbOpenNormal) != 0) throw std::runtime_error("open");
-        std::mt19937 rng(42);
-        for (int i = 0; i < 1 << 16; ++i)
-            probes.push_back(int32_t(rng() % kRecords));
+        probes = bench::Probes(kRecords);
     }
     ~Data() { std::filesystem::remove_all(dir); }
 };

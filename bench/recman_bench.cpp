@@ -39,9 +39,7 @@ struct Filled {
         lmdb.EndBulk();
         sqlite.Exec("COMMIT");
         lmdb.BeginReads();
-        std::mt19937 rng(42);
-        for (int i = 0; i < 1 << 16; ++i)
-            probes.push_back(int32_t(rng() % kRecords));
+        probes = bench::Probes(kRecords);
     }
     ~Filled() { std::filesystem::remove_all(dir); }
 };

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <random>
 #include <stdexcept>
 
 namespace bench {
@@ -45,6 +46,14 @@ int16_t Record::code() const {
     int16_t v;
     std::memcpy(&v, bytes + kCodeOffset, 2);
     return v;
+}
+
+std::vector<int32_t> Probes(uint32_t count) {
+    std::mt19937 rng(42);
+    std::vector<int32_t> out;
+    for (int i = 0; i < 1 << 16; ++i)
+        out.push_back(int32_t(rng() % count));
+    return out;
 }
 
 Record MakeRecord(uint32_t i, uint32_t count, bool inOrder) {

@@ -29,6 +29,8 @@ struct Record {
 // unless `inOrder`, names repeat.
 Record MakeRecord(uint32_t i, uint32_t count, bool inOrder = false);
 std::string NameOf(const Record& r);
+// 65,536 ids drawn from [0, count), the same in every run, to look up.
+std::vector<int32_t> Probes(uint32_t count);
 
 // A fresh folder for the stores of one run.
 std::string ScratchDir();
