@@ -77,14 +77,20 @@ int ReadMetaValue(MDB_txn* txn, MDB_dbi dbi, const char* key, std::string& copy)
 // file (it would turn an empty file into a new store, and trusts every page
 // it maps): 30 for a foreign file, 2 for a damaged one.
 Status CheckHeader(int fd) {
-    // Writers in other processes may reuse the pages read meanwhile: only a
-    // fault found again in a second reading is damage.
-    for (int attempt = 0;; ++attempt) {
+    // Writers in other processes go on committing while the file is read,
+    // and may reuse the very pages being read: what a reading finds counts
+    // only when the meta pages stood still from its start to its end. When
+    // they never do, live writers are committing to the file through the
+    // storage library, and it is left to its own reads (and the records'
+    // checksums).
+    constexpr int kReadings = 20;
+    for (int attempt = 0; attempt < kReadings; ++attempt) {
         StructureResult r = CheckStructure(fd, StructureDepth::Cheap);
-        if (r.status) return r.status;
-        if (r.faults.empty()) return RM_OK;
-        if (attempt == 2) return RM_IO_ERROR;
+        if (r.status == RM_OK && r.faults.empty()) return RM_OK;
+        if (CheckStructure(fd, StructureDepth::Meta).metas != r.metas) continue;
+        return r.status ? r.status : RM_IO_ERROR;
     }
+    return RM_OK;
 }
 
 size_t RoundUp(size_t n, size_t unit) {

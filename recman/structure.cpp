@@ -78,7 +78,7 @@ using Key = std::optional<std::string>;
 class Examiner {
   public:
     Examiner(int fd, StructureDepth depth, StructureResult& out)
-        : fd_(fd), full_(depth == StructureDepth::Full), out_(out) {}
+        : fd_(fd), depth_(depth), full_(depth == StructureDepth::Full), out_(out) {}
 
     void Run() {
         struct stat sb {};
@@ -89,7 +89,7 @@ class Examiner {
         size_ = uint64_t(sb.st_size);
         if (!FindPageSize()) return;
         filePages_ = size_ / psize_;
-        if (!ReadMetas()) return;
+        if (!ReadMetas() || depth_ == StructureDepth::Meta) return;
         // The size again, after the meta pages: pages reach the file before
         // the meta page that counts them, while others go on writing.
         if (::fstat(fd_, &sb) != 0) {
@@ -207,6 +207,7 @@ class Examiner {
                 continue;
             }
             const uint8_t* p = page.data();
+            out_.metas.append(reinterpret_cast<const char*>(p), std::min<size_t>(page.size(), 256));
             if (!LooksLikeMeta(p, i) || LoadLe32(p + 40) != psize_) {
                 Fault("meta page " + std::to_string(i) + " is damaged");
                 continue;
@@ -582,6 +583,7 @@ class Examiner {
     }
 
     int fd_;
+    StructureDepth depth_;
     bool full_;
     StructureResult& out_;
     uint64_t size_ = 0, filePages_ = 0;

@@ -13,6 +13,8 @@
 namespace recman {
 
 enum class StructureDepth {
+    // The meta pages alone (see StructureResult::metas).
+    Meta,
     // The meta pages, the page size, the last page against the file's size,
     // the main tree and the roots of the trees it names: a few pages.
     Cheap,
@@ -27,6 +29,11 @@ struct StructureResult {
     Status status = 0;
     // One line per fault found; empty when the file is whole.
     std::vector<std::string> faults;
+    // The head of both meta pages as this reading found them. Writers in
+    // other processes may commit, and reuse pages, while a file is read: a
+    // reading is of one state of the file only if the meta pages read the
+    // same after it.
+    std::string metas;
 };
 
 // Examines the storage file open for reading at `fd`.

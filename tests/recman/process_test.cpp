@@ -1,4 +1,5 @@
 // Locks, transactions, opens and index changes between processes.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -6,6 +7,7 @@
 #include <chrono>
 #include <thread>
 
+#include "recman/structure.h"
 #include "rm_util.h"
 
 namespace {
@@ -281,6 +283,49 @@ TEST_F(ProcessTest, CountersAddUpAcrossProcesses) {
     std::vector<uint8_t> rec;
     ASSERT_EQ(LockedRead(h, 1, 0, rec), RM_OK);
     EXPECT_EQ(rmtest::Get32(&rec[4]), uint32_t(kProcesses * kRounds));
+}
+
+// The pages of a file are read without trusting them while other processes
+// commit to it, and those commits reuse pages a reading is in the middle of:
+// such a reading may find faults, or no trees at all, but it is always one
+// that the meta pages tell from a reading of damage.
+TEST_F(ProcessTest, ReadingsRacingCommitsAreToldApart) {
+    constexpr int kWriters = 2, kReadings = 4000;
+    const std::string stop = dir.File("stop");
+    Pipe writing;
+    std::vector<pid_t> writers;
+    for (int w = 0; w < kWriters; ++w)
+        writers.push_back(Child([&, w] {
+            setenv("RECMAN_SYNC", "off", 1);  // as many commits as can be
+            Handle h;
+            std::vector<uint8_t> rec;
+            int st = h.Open(path);
+            for (int i = 0; st == RM_OK && ::access(stop.c_str(), F_OK) != 0; ++i) {
+                rmtest::Put32(h.key(), uint32_t(w + 1));  // a record of its own
+                st = h.Get(RM_GET_EQUAL, 0, rec);
+                if (st == RM_OK) st = h.Update(rec);
+                if (i == 10) writing.Send();
+            }
+            if (st != RM_OK) writing.Send();  // the reader is not left waiting
+            return st;
+        }));
+    for (int w = 0; w < kWriters; ++w)
+        writing.Wait();
+    int fd = ::open(path.c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    for (int i = 0; i < kReadings; ++i) {
+        recman::StructureResult r = recman::CheckStructure(fd, recman::StructureDepth::Cheap);
+        if (r.status == RM_OK && r.faults.empty()) continue;
+        ASSERT_NE(recman::CheckStructure(fd, recman::StructureDepth::Meta).metas, r.metas)
+            << "reading " << i << " (status " << r.status << ") "
+            << (r.faults.empty() ? "" : r.faults[0]);
+    }
+    ::close(fd);
+    Handle h;  // and an open meanwhile answers as for a whole file
+    EXPECT_EQ(h.Open(path), RM_OK);
+    rmtest::WriteAll(stop, "");
+    for (pid_t pid : writers)
+        EXPECT_EQ(ExitCode(pid), 0);
 }
 
 TEST_F(ProcessTest, ExclusiveOpenKeepsOtherProcessesOut) {
