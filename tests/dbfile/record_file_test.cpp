@@ -11,53 +11,13 @@
 
 namespace {
 
-constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE, DUP = RM_KEY_DUPLICATES, MOD = RM_KEY_MODIFIABLE;
-
-// 32-byte customer records: id (key 0), name (zstring[20], key 1), 8 spare.
-class Customer : public CDbFile {
-  public:
-    explicit Customer(const std::string& path, short client = 0)
-        : CDbFile(path.c_str(), nullptr, 1, client) {}
-    int32_t id = 0;
-    std::string name;
-    int reads = 0;
-
-    void OnReadRecord() override {
-        std::memcpy(&id, RcdBuf(), 4);
-        name.assign(RcdBuf() + 4, strnlen(RcdBuf() + 4, 20));
-        ++reads;
-    }
-    void OnWriteRecord() override {
-        SetDataLen(32);
-        std::memset(RcdBuf(), 0, 32);
-        std::memcpy(RcdBuf(), &id, 4);
-        std::memcpy(RcdBuf() + 4, name.data(), std::min<size_t>(name.size(), 19));
-    }
-    int Add(int32_t newId, const char* newName) {
-        id = newId;
-        name = newName;
-        return Insert(nullptr);
-    }
-    int Find(int32_t wanted, int lock = 0) {
-        SetKey(&wanted, 4, 0);
-        return GetEqual(nullptr, lock, 1);
-    }
-    using CDbFile::SetRcdBufLen;
-};
-
-std::vector<uint8_t> CustomerSpec(uint16_t flags = 0) {
-    return dbtest::Spec(
-        32, {{{1, 4, EXT, RM_TYPE_INTEGER}}, {{5, 20, EXT | DUP | MOD, RM_TYPE_ZSTRING}}}, flags);
-}
+using dbtest::Customer;
+using dbtest::CustomerSpec;
 
 // The description a dictionary would give: the customer file with its id key.
 void Describe(CDbFile& f) {
-    std::memcpy(&f.m_FileDat.FileSpec, CustomerSpec().data(), 16);
-    f.m_FileDat.FileSpec.NdxCount = 1;
-    f.m_KeyList.AddKey(0);
-    f.m_KeyList.SetPosition(1);
-    f.m_KeyList.SetLength(4);
-    f.m_KeyList.SetType(dbInteger);
+    dbtest::Describe(f, {{"Id", 4, dbInteger}, {"Name", 20, dbZString}, {"Spare", 8, dbString}},
+                     {{0, "Id", 0}});
 }
 
 class RecordFileTest : public ::testing::Test {
@@ -156,7 +116,6 @@ TEST_F(RecordFileTest, ChangesAndCounts) {
     file.SetBrowser(0);
     ASSERT_EQ(file.Find(40), 0);
     EXPECT_EQ(file.name, "Raw");
-    std::vector<uint8_t> stat;
     rmtest::Handle h(7);
     ASSERT_EQ(h.Open(path), RM_OK);
     uint32_t count;
@@ -167,11 +126,10 @@ TEST_F(RecordFileTest, ChangesAndCounts) {
 TEST_F(RecordFileTest, StatusesAreKeptAndShown) {
     EXPECT_EQ(file.Add(10, "Again"), 5);
     EXPECT_EQ(file.GetLastError(), 5);
-    auto shown = log.Take();
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_EQ(shown[0], "5|File:\\t" + path +
-                            "\\nCode:\\t5\\n\\nMessage:\\nThe record has a key field containing a "
-                            "duplicate key value.");
+    EXPECT_EQ(log.TakeOne(),
+              "5|File:\\t" + path +
+                  "\\nCode:\\t5\\n\\nMessage:\\nThe record has a key field containing a "
+                  "duplicate key value.");
     // With the override the status is kept and returned, not shown.
     file.SetErrOverride(1);
     EXPECT_EQ(file.Add(10, "Again"), 5);
@@ -182,9 +140,7 @@ TEST_F(RecordFileTest, StatusesAreKeptAndShown) {
     // A key buffer shorter than the key: 21 with its own sentence.
     Customer other(dir.File("missing.dat"));
     EXPECT_EQ(other.Open(nullptr, dbOpenNormal), 12);
-    shown = log.Take();
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_NE(shown[0].find("Btrieve cannot find the specified file."), std::string::npos);
+    EXPECT_NE(log.TakeOne().find("Btrieve cannot find the specified file."), std::string::npos);
     // Without the common library nothing is shown, and nothing fails.
     setenv("DBFILE_COMMON_LIB", "libno-such-library.so", 1);
     EXPECT_EQ(file.Add(10, "Again"), 5);
@@ -246,13 +202,12 @@ TEST_F(RecordFileTest, LockWaitCancelledOrOff) {
     host.cancelOnAttempt = 2;
     EXPECT_EQ(file.Find(20, 1), 84);
     EXPECT_EQ(host.attempts, (std::vector<int>{1, 2}));
-    auto shown = log.Take();
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_NE(shown[0].find("The record or page is locked. Someone else may be editing this "
-                            "record, or the record may be locked by some other process. Please "
-                            "try again later."),
+    std::string shown = log.TakeOne();
+    EXPECT_NE(shown.find("The record or page is locked. Someone else may be editing this "
+                         "record, or the record may be locked by some other process. Please "
+                         "try again later."),
               std::string::npos);
-    EXPECT_EQ(shown[0].substr(0, 2), "5|");
+    EXPECT_EQ(shown.substr(0, 2), "5|");
     EXPECT_TRUE(host.mainEnabled);
     // Lock-wait off: 84 at once, no dialog.
     EXPECT_TRUE(CDbFile::PersistentLocking(false));
@@ -381,11 +336,10 @@ TEST_F(RecordFileTest, VariableLengthGrowthAndFixedLength22) {
     // A fixed-length file whose record no longer fits: 22, not growth.
     file.SetRcdBufLen(16);
     EXPECT_EQ(file.GetFirst(nullptr), 22);
-    auto shown = log.Take();
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_NE(shown[0].find("The data buffer parameter is too short.  Possible cause: the file's "
-                            "layout was changed after Vexa was built."),
-              std::string::npos);
+    EXPECT_NE(
+        log.TakeOne().find("The data buffer parameter is too short.  Possible cause: the file's "
+                           "layout was changed after Vexa was built."),
+        std::string::npos);
 }
 
 TEST_F(RecordFileTest, OpenModesAndClientNumbers) {
