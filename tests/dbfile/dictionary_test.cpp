@@ -102,8 +102,15 @@ TEST_F(DictionaryTest, EntryRoundTripsIntoARecordFile) {
     EXPECT_EQ(f.m_RelList.Next(p), nullptr);
     EXPECT_EQ(f.m_bOneRcdFile, 1);
     EXPECT_EQ(f.m_bOutdated, 1);
-    // A bare name goes to its type's directory.
+    // A bare name goes to its type's directory; a name with a directory of
+    // its own stays there, and finds its entry by its last part.
     EXPECT_EQ(std::string(f.FileName()), std::string(CDbFile::GetDataPath()) + "/CUSTOMER.DAT");
+    std::string own = dir.File("elsewhere/Customer.dat");
+    CDbFile there(own.c_str());
+    EXPECT_EQ(std::string(there.FileName()), own);
+    EXPECT_EQ(there.m_FldList.Count(), 4);
+    CDbFile given("Customer.dat", dir.path().c_str());
+    EXPECT_EQ(std::string(given.FileName()), dir.File("Customer.dat"));
 
     // Fields only: no keys, no relations, both markers off.
     ASSERT_EQ(WritePlain("Plain.dat", {"A", "B"}), 0);
@@ -355,16 +362,6 @@ TEST_F(DictionaryTest, FieldMetadataByIdAndName) {
     EXPECT_EQ(f.GetFieldIdOfKey(0), 0);
     EXPECT_EQ(f.GetFieldIdOfKey(5), -1);
     EXPECT_EQ(CDbFile("loose.dat", nullptr, 1).GetFieldCount(), 0);
-}
-
-TEST_F(DictionaryTest, NamesWithTheirOwnDirectoryStayThere) {
-    ASSERT_EQ(WriteCustomer(), 0);
-    std::string own = dir.File("elsewhere/Customer.dat");
-    CDbFile f(own.c_str());
-    EXPECT_EQ(std::string(f.FileName()), own);
-    EXPECT_EQ(f.m_FldList.Count(), 4);
-    CDbFile g("Customer.dat", dir.path().c_str());
-    EXPECT_EQ(std::string(g.FileName()), dir.File("Customer.dat"));
 }
 
 TEST_F(DictionaryTest, ServerPathsAskAboutTheDictionaryFileThere) {
