@@ -30,7 +30,6 @@ namespace {
 using rmtest::Handle;
 namespace fs = std::filesystem;
 
-constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
 constexpr size_t kPage = 4096;
 constexpr uint16_t kLength = 48;
 #if defined(__SANITIZE_ADDRESS__)
@@ -47,18 +46,7 @@ void WriteFresh(const std::string& p, const std::string& s) {
 }
 
 std::vector<uint8_t> Record(uint32_t id) {
-    std::vector<uint8_t> r(kLength, 0);
-    rmtest::Put32(r.data(), id);
-    std::string name = "name" + std::to_string(id % 97);
-    std::memcpy(r.data() + 4, name.data(), name.size());
-    for (size_t i = 20; i < kLength; ++i)
-        r[i] = uint8_t(id * 31 + i);
-    return r;
-}
-
-std::vector<uint8_t> Spec() {
-    return rmtest::Spec(kLength, {{{1, 4, EXT, RM_TYPE_INTEGER}},
-                                  {{5, 16, EXT | RM_KEY_DUPLICATES, RM_TYPE_ZSTRING}}});
+    return rmtest::Numbered(id, kLength);
 }
 
 // What a child found in one copy.
@@ -80,7 +68,7 @@ struct Original {
     std::vector<std::vector<uint8_t>> order[2];
 
     Original() {
-        EXPECT_EQ(rmtest::CreateFile(path, Spec()), RM_OK);
+        EXPECT_EQ(rmtest::CreateFile(path, rmtest::NumberedSpec(kLength)), RM_OK);
         Handle h;
         EXPECT_EQ(h.Open(path), RM_OK);
         for (uint32_t i = 0; i < kRecords; ++i) {
