@@ -8,7 +8,6 @@
 #include <array>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -57,32 +56,24 @@ std::vector<std::string> Bytes(const std::vector<Rec>& recs) {
     return out;
 }
 
-// Dictionary entries: fields (name, length, type, places) and key segments.
-struct Fld {
-    const char* name;
-    int length, type, numDP = 0;
-};
-struct Key {
-    int keyNo;
-    const char* field;
-    int flags;
-};
+using Fld = dbtest::FieldDef;
+using Key = dbtest::KeyDef;
 // A small company: every field type, a long text, multi-segment,
 // descending and case-insensitive keys.
-const std::vector<Fld> kCustomerFields = {{"CustId", 4, dbAutoInc},   {"Name", 30, dbZString},
-                                          {"City", 20, dbString},     {"Phone", 15, dbPhone},
-                                          {"Balance", 8, dbMoney, 2}, {"Notes", 0, dbZString}};
+const std::vector<Fld> kCustomerFields = {{"CustId", 4, dbAutoInc},      {"Name", 30, dbZString},
+                                          {"City", 20, dbString},        {"Phone", 15, dbPhone},
+                                          {"Balance", 8, dbMoney, 0, 2}, {"Notes", 0, dbZString}};
 const std::vector<Key> kCustomerKeys = {{0, "CustId", 0},
                                         {1, "Name", SEG | DUPS | MODIF | NOCASE},
                                         {1, "City", DUPS | MODIF},
                                         {2, "Balance", DUPS | DESC},
                                         {3, "Phone", DUPS | NOCASE},
                                         {4, "City", DUPS | NOCASE}};
-const std::vector<Fld> kInvoiceFields = {{"InvNo", 4, dbUnsigned},    {"CustId", 4, dbInteger},
-                                         {"InvDate", 4, dbDate},      {"InvTime", 4, dbTime},
-                                         {"Amount", 8, dbFloat, 2},   {"Tax", 8, dbDecimal, 2},
-                                         {"Paid", 1, dbBoolean},      {"Ref", 10, dbFixedText},
-                                         {"Code", 2, dbUnsignedText}, {"Spare", 4, 14}};
+const std::vector<Fld> kInvoiceFields = {
+    {"InvNo", 4, dbUnsigned},     {"CustId", 4, dbInteger},     {"InvDate", 4, dbDate},
+    {"InvTime", 4, dbTime},       {"Amount", 8, dbFloat, 0, 2}, {"Tax", 8, dbDecimal, 0, 2},
+    {"Paid", 1, dbBoolean},       {"Ref", 10, dbFixedText},     {"Code", 2, dbUnsignedText},
+    {"Spare", 4, dbFieldType(14)}};
 const std::vector<Key> kInvoiceKeys = {{0, "InvNo", 0},
                                        {1, "CustId", SEG | DUPS},
                                        {1, "InvDate", DUPS | DESC},
@@ -108,14 +99,10 @@ struct Catalogue {
     CIndexDdf indexes;
 };
 
-class CatalogueTest : public ::testing::Test {
+class CatalogueTest : public dbtest::DictionaryFolder {
   protected:
     void SetUp() override {
-        dbtest::UseDictionary(dir.File("vexa.ddf"));
-        CDbFile::SetSysDataPath(dir.path().c_str());
-        CDbFile::SetDataPath("company");
-        cdd = std::make_unique<CCdd>(nullptr, g_CddFileName);
-        ASSERT_EQ(cdd->Open(nullptr, kCreate, 1), 0);
+        ASSERT_NO_FATAL_FAILURE(DictionaryFolder::SetUp());
         ASSERT_EQ(cdd->CreateFileDdfRec(nullptr), 0);
         ASSERT_EQ(cdd->CreateFieldDdfRec(nullptr), 0);
         ASSERT_EQ(cdd->CreateIndexDdfRec(nullptr), 0);
@@ -129,26 +116,9 @@ class CatalogueTest : public ::testing::Test {
         CDbFile::SetAlternateFile("Branch.dat", "Customer.dat");
         log.Take();
     }
-    void TearDown() override {
-        cdd.reset();
-        dbtest::ResetLibrary();
-    }
-
-    // An entry whose columns take the fields' names.
-    void Entry(const char* file, dbFileType type, std::vector<Fld> fields, std::vector<Key> keys) {
-        cdd->Clear();
-        std::strcpy(cdd->m_FileDat.FileName, file);
-        cdd->m_FileDat.FileType = type;
-        cdd->m_FileDat.FileSpec.PageSize = 4096;
-        uint16_t offset = 0;
-        for (const Fld& f : fields) {
-            cdd->AddField(0, offset, f.length, dbFieldType(f.type), f.numDP, f.name, "", "");
-            cdd->m_FldList.SetFldNameForDDF(f.name);
-            offset = uint16_t(offset + f.length);
-        }
-        for (const Key& k : keys)
-            cdd->AddKey(uint8_t(k.keyNo), k.field, k.field, k.flags);
-        ASSERT_EQ(cdd->Insert(nullptr), 0);
+    void Entry(const char* file, dbFileType type, const std::vector<Fld>& fields,
+               const std::vector<Key>& keys) {
+        ASSERT_EQ(dbtest::AddEntry(*cdd, file, type, fields, keys), 0);
     }
     // Every record of a catalogue file in the order written, read without
     // the writer classes.
@@ -168,9 +138,6 @@ class CatalogueTest : public ::testing::Test {
         EXPECT_EQ(Records(folder, "INDEX.DDF"), Bytes(segments));
     }
 
-    rmtest::TempDir dir;
-    dbtest::MessageLog log;
-    std::unique_ptr<CCdd> cdd;
     std::string sql = dir.File("sql");
 };
 
@@ -217,9 +184,7 @@ TEST_F(CatalogueTest, CompanyBecomesTablesColumnsAndIndexes) {
     ASSERT_EQ(cat.Open(), 0);
     cat.Write("Customer.dat");
     cat.Write("Branch.dat");
-    std::vector<std::string> shown = log.Take();
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_NE(shown[0].find("FILE.DDF\\nCode:\\t5\\n"), std::string::npos);
+    EXPECT_NE(log.TakeOne().find("FILE.DDF\\nCode:\\t5\\n"), std::string::npos);
     ExpectCatalogue(sql, kTables, kColumns, kSegments);
 }
 
@@ -301,9 +266,7 @@ TEST_F(CatalogueTest, BadInputIsToldAndLeavesTheCatalogueConsistent) {
         ASSERT_EQ(cat.Open(dbOpenReadOnly), 0);
         cat.Write("Customer.dat");
     }
-    shown = log.Take();
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_NE(shown[0].find("FILE.DDF\\nCode:\\t46\\n"), std::string::npos);
+    EXPECT_NE(log.TakeOne().find("FILE.DDF\\nCode:\\t46\\n"), std::string::npos);
     EXPECT_EQ(Records(sql, "FILE.DDF").size(), 1u);
     EXPECT_EQ(Records(sql, "FIELD.DDF"), before);
 
@@ -311,12 +274,9 @@ TEST_F(CatalogueTest, BadInputIsToldAndLeavesTheCatalogueConsistent) {
     // is a plain file), nor without a dictionary file or without the
     // catalogue's entries in it; nothing is written anywhere.
     auto build = [&](const std::string& folder) {
-        try {
-            Catalogue cat(folder);
-            return cat.Open();
-        } catch (int e) {
-            return e;
-        }
+        int opened = -1;
+        int thrown = dbtest::Thrown([&] { opened = Catalogue(folder).Open(); });
+        return thrown == -1 ? opened : thrown;
     };
     std::ofstream(dir.File("plain")) << "not a folder";
     EXPECT_EQ(build(dir.File("plain/sql")), 0);
@@ -326,9 +286,7 @@ TEST_F(CatalogueTest, BadInputIsToldAndLeavesTheCatalogueConsistent) {
     dbtest::ResetLibrary();
     dbtest::UseDictionary(dir.File("none.ddf"));
     EXPECT_EQ(build(dir.File("other")), 12);
-    shown = log.Take();
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_NE(shown[0].find("none.ddf\\nCode:\\t12\\n"), std::string::npos);
+    EXPECT_NE(log.TakeOne().find("none.ddf\\nCode:\\t12\\n"), std::string::npos);
     dbtest::UseDictionary(dir.File("bare.ddf"));
     ASSERT_EQ(CCdd(nullptr, g_CddFileName).Open(nullptr, dbOpenCreate, 1), 0);
     EXPECT_EQ(build(dir.File("other")), 0);

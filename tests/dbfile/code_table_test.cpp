@@ -30,18 +30,12 @@ std::string Bytes(const void* p, size_t n) {
 
 const char* kStatusText = "O=Open\r\nP=Paid\r\nV=Void";
 
-class CodeTableTest : public ::testing::Test {
+class CodeTableTest : public dbtest::DictionaryFolder {
   protected:
     void SetUp() override {
-        dbtest::UseDictionary(dir.File("vexa.ddf"));
-        CDbFile::SetSysDataPath(dir.path().c_str());
-        CDbFile::SetDataPath(dir.path().c_str());
-        {
-            CCdd cdd(nullptr, g_CddFileName);
-            ASSERT_EQ(cdd.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate), 1), 0);
-            ASSERT_EQ(CCodeFile::AddToDictionary(cdd), 0);
-            ASSERT_EQ(DescribeInvoice(cdd), 0);
-        }
+        ASSERT_NO_FATAL_FAILURE(DictionaryFolder::SetUp());
+        ASSERT_EQ(CCodeFile::AddToDictionary(*cdd), 0);
+        ASSERT_EQ(DescribeInvoice(*cdd), 0);
         codes = std::make_unique<CCodeFile>();
         ASSERT_EQ(codes->Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate)), 0);
         ASSERT_EQ(codes->WriteTable(7, "Invoice status", kStatusText), 0);
@@ -56,24 +50,17 @@ class CodeTableTest : public ::testing::Test {
             CCodeTable::SetAlternate(id, 0);
         }
         codes.reset();
-        dbtest::ResetLibrary();
+        DictionaryFolder::TearDown();
     }
 
     // Invoices: a number, a one-letter status shown through table 7 and a
     // 2-byte kind shown through table 8.
     static int DescribeInvoice(CCdd& cdd) {
-        cdd.Clear();
-        std::strcpy(cdd.m_FileDat.FileName, "Invoice.dat");
-        cdd.m_FileDat.FileSpec.PageSize = 4096;
-        cdd.AddField(0, 0, 4, dbUnsigned, 0, "InvNo", "", "");
-        cdd.AddField(1, 4, 1, dbString, 0, "Status", "", "");
-        cdd.m_FldList.SetFldDispCode(dbDispCodeTable);
-        cdd.m_FldList.SetFldCodeId(7);
-        cdd.AddField(2, 5, 2, dbInteger, 0, "Kind", "", "");
-        cdd.m_FldList.SetFldDispCode(dbDispCodeTable);
-        cdd.m_FldList.SetFldCodeId(8);
-        cdd.AddKey(0, "ByNumber", "InvNo", 0);
-        return cdd.Insert(nullptr);
+        return dbtest::AddEntry(cdd, "Invoice.dat", dbFileData,
+                                {{"InvNo", 4, dbUnsigned},
+                                 {"Status", 1, dbString, 0, 0, 7},
+                                 {"Kind", 2, dbInteger, 0, 0, 8}},
+                                {{0, "InvNo", 0}});
     }
 
     // The display text of an invoice's field holding `stored`.
@@ -86,8 +73,6 @@ class CodeTableTest : public ::testing::Test {
         return invoice.FormatFileDataToDisplay(out, field);
     }
 
-    rmtest::TempDir dir;
-    dbtest::MessageLog log;
     std::unique_ptr<CCodeFile> codes;
 };
 
@@ -329,6 +314,7 @@ TEST_F(CodeTableTest, BadCodeFiles) {
     // No dictionary entry for the code file: the load throws as a record
     // file's constructor does; a field's display shows no words.
     codes.reset();
+    cdd.reset();
     dbtest::ResetLibrary();
     dbtest::UseDictionary(dir.File("bare.ddf"));
     CDbFile::SetSysDataPath(dir.path().c_str());

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 
@@ -40,6 +41,11 @@ std::vector<std::string> MessageLog::Take() {
     in.close();
     std::ofstream(path_, std::ios::trunc);
     return out;
+}
+
+std::string MessageLog::TakeOne() {
+    std::vector<std::string> shown = Take();
+    return shown.size() == 1 ? shown[0] : "";
 }
 
 TestHost::TestHost() : main_(reinterpret_cast<HWND>(uintptr_t(0x7777))) {
@@ -92,11 +98,6 @@ bool TestHost::PumpMessage() {
     return true;
 }
 
-std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<rmtest::Key>& keys,
-                          uint16_t flags) {
-    return rmtest::Spec(recordLength, keys, flags);
-}
-
 std::vector<int> Statuses(const std::vector<std::string>& shown) {
     std::vector<int> out;
     for (const std::string& m : shown) {
@@ -117,17 +118,31 @@ int InAnotherProcess(const std::function<int()>& body) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void AddEntry(CCdd& cdd, const char* file, dbFileType type, const std::vector<FieldDef>& fields,
-              const std::vector<KeyDef>& keys) {
+int Thrown(const std::function<void()>& make) {
+    try {
+        make();
+    } catch (int e) {
+        return e;
+    }
+    return -1;
+}
+
+int AddEntry(CCdd& cdd, const char* file, dbFileType type, const std::vector<FieldDef>& fields,
+             const std::vector<KeyDef>& keys) {
     cdd.Clear();
     std::strcpy(cdd.m_FileDat.FileName, file);
     cdd.m_FileDat.FileType = type;
     cdd.m_FileDat.FileSpec.PageSize = 4096;
     uint16_t offset = 0, id = 0;
     for (const FieldDef& f : fields) {
-        cdd.AddField(id++, offset, f.length, f.type, 0, f.name, "", "");
+        cdd.AddField(id++, offset, f.length, f.type, f.dp, f.name, "", "");
         cdd.m_FldList.FindByName(f.name);
         cdd.m_FldList.SetFldHighWaterId(f.series);
+        cdd.m_FldList.SetFldNameForDDF(f.name);
+        if (f.codeTable) {
+            cdd.m_FldList.SetFldDispCode(dbDispCodeTable);
+            cdd.m_FldList.SetFldCodeId(f.codeTable);
+        }
         offset = uint16_t(offset + f.length);
     }
     int count = 0, last = -1;
@@ -138,15 +153,65 @@ void AddEntry(CCdd& cdd, const char* file, dbFileType type, const std::vector<Fi
     }
     cdd.m_FileDat.FileSpec.RecLen = offset;
     cdd.m_FileDat.FileSpec.NdxCount = uint16_t(count);
-    if (cdd.IsOpen()) cdd.Insert(nullptr);
+    return cdd.IsOpen() ? cdd.Insert(nullptr) : 0;
 }
 
-Child::Child(const std::vector<std::string>& args) {
-    // Everything the child needs is made before the fork.
+void Describe(CDbFile& f, const std::vector<FieldDef>& fields, const std::vector<KeyDef>& keys) {
+    CCdd d(nullptr, "describe.ddf");
+    AddEntry(d, "", dbFileData, fields, keys);
+    f.m_FileDat = d.m_FileDat;
+    f.m_FldList = d.m_FldList;
+    f.m_KeyList = d.m_KeyList;
+}
+
+void Customer::OnReadRecord() {
+    std::memcpy(&id, RcdBuf(), 4);
+    name.assign(RcdBuf() + 4, strnlen(RcdBuf() + 4, 20));
+    ++reads;
+}
+
+void Customer::OnWriteRecord() {
+    SetDataLen(32);
+    std::memset(RcdBuf(), 0, 32);
+    std::memcpy(RcdBuf(), &id, 4);
+    std::memcpy(RcdBuf() + 4, name.data(), std::min<size_t>(name.size(), 19));
+    ++writes;
+}
+
+int Customer::Add(int32_t newId, const char* newName) {
+    id = newId;
+    name = newName;
+    return Insert(nullptr);
+}
+
+int Customer::Find(int32_t wanted, int lock) {
+    SetKey(&wanted, 4, 0);
+    return GetEqual(nullptr, lock, 1);
+}
+
+std::vector<uint8_t> CustomerSpec(uint16_t fileFlags) {
+    constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
+    return rmtest::Spec(32,
+                        {{{1, 4, EXT, RM_TYPE_INTEGER}},
+                         {{5, 20, EXT | RM_KEY_DUPLICATES | RM_KEY_MODIFIABLE, RM_TYPE_ZSTRING}}},
+                        fileFlags);
+}
+
+Child::Child(const std::vector<std::string>& args, const std::vector<std::string>& env) {
+    // Everything the child needs is made before the fork: other threads of
+    // this process may hold the allocator's lock at that moment.
     std::vector<char*> argv{const_cast<char*>(DBFILE_TEST_PROBE)};
     for (const std::string& a : args)
         argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
+    std::vector<std::string> vars = env;
+    for (char** e = environ; *e && !env.empty(); ++e)
+        if (std::strncmp(*e, "DBFILE_", 7) != 0 && std::strncmp(*e, "RECMAN_", 7) != 0)
+            vars.push_back(*e);
+    std::vector<char*> envp;
+    for (std::string& v : vars)
+        envp.push_back(v.data());
+    envp.push_back(nullptr);
     int toChild[2], fromChild[2];
     if (pipe(toChild) != 0 || pipe(fromChild) != 0) return;
     pid_ = fork();
@@ -155,7 +220,7 @@ Child::Child(const std::vector<std::string>& args) {
         dup2(fromChild[1], 1);
         close(toChild[1]);
         close(fromChild[0]);
-        execv(DBFILE_TEST_PROBE, argv.data());
+        execve(DBFILE_TEST_PROBE, argv.data(), env.empty() ? environ : envp.data());
         _exit(127);
     }
     close(toChild[0]);
@@ -217,6 +282,20 @@ void ResetLibrary() {
     CDbFile::m_GivenName.RemoveAll();
     CDbFile::m_AlternateName.RemoveAll();
     std::memset(g_CddFileName, 0, sizeof(g_CddFileName));
+}
+
+void DictionaryFolder::SetUp() {
+    UseDictionary(dir.File("vexa.ddf"));
+    CDbFile::SetSysDataPath(dir.path().c_str());
+    CDbFile::SetDataPath("data");
+    cdd = std::make_unique<CCdd>(nullptr, g_CddFileName);
+    ASSERT_EQ(cdd->Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate), 1), 0);
+    log.Take();
+}
+
+void DictionaryFolder::TearDown() {
+    cdd.reset();
+    ResetLibrary();
 }
 
 }  // namespace dbtest

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <dbfile/dbfile.h>
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,8 @@ class MessageLog {
     ~MessageLog();
     // The messages shown since the last call: "kind|text" each.
     std::vector<std::string> Take();
+    // The one message shown since the last call; "" unless there was one.
+    std::string TakeOne();
 
   private:
     std::string path_;
@@ -77,11 +81,6 @@ class TestHost : public HeadlessUiHost {
     bool cancelNow_ = false;
 };
 
-// A file spec for CDbFile::Create: record length, file flags and the keys
-// as rmtest segments.
-std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<rmtest::Key>& keys,
-                          uint16_t flags = 0);
-
 // The statuses of the status messages among `shown`, in order; other
 // messages count as -1.
 std::vector<int> Statuses(const std::vector<std::string>& shown);
@@ -91,12 +90,17 @@ std::vector<int> Statuses(const std::vector<std::string>& shown);
 // dictionary object, as the parent's belongs to the parent's engine client.
 int InAnotherProcess(const std::function<int()>& body);
 
+// What `make` throws, or -1 when it throws nothing.
+int Thrown(const std::function<void()>& make);
+
 // One field of a dictionary entry, and one key segment on a field.
 struct FieldDef {
     const char* name;
     int length;
     dbFieldType type;
     uint32_t series = 0;  // numbering series of an auto-increment field
+    int dp = 0;
+    int codeTable = 0;  // shown through this code table when not 0
 };
 struct KeyDef {
     int keyNo;
@@ -104,15 +108,43 @@ struct KeyDef {
     int flags;
 };
 // Describes `file` in the dictionary object, fields end to end with ids
-// from 0 (as the dictionary numbers them), page size 4096; the entry is added when the dictionary
-// is open.
-void AddEntry(CCdd& cdd, const char* file, dbFileType type, const std::vector<FieldDef>& fields,
-              const std::vector<KeyDef>& keys);
+// from 0 (as the dictionary numbers them) and their own names as catalogue
+// columns, page size 4096. When the dictionary is open the entry is added,
+// and the status of that answered.
+int AddEntry(CCdd& cdd, const char* file, dbFileType type, const std::vector<FieldDef>& fields,
+             const std::vector<KeyDef>& keys);
+// Gives a record file the description such an entry holds, without any
+// dictionary file.
+void Describe(CDbFile& f, const std::vector<FieldDef>& fields, const std::vector<KeyDef>& keys);
+
+// 32-byte customer records: id (int32, key 0), name (zstring[20], key 1,
+// duplicates), 8 spare bytes. The hooks keep id and name in the members and
+// count their calls.
+class Customer : public CDbFile {
+  public:
+    explicit Customer(const std::string& path, short client = 0)
+        : CDbFile(path.c_str(), nullptr, 1, client) {}
+    int32_t id = 0;
+    std::string name;
+    int reads = 0, writes = 0;
+
+    void OnReadRecord() override;
+    void OnWriteRecord() override;
+    int Add(int32_t newId, const char* newName = "");
+    int Find(int32_t wanted, int lock = 0);
+    // The stored name of record `wanted`, read afresh.
+    std::string Stored(int32_t wanted) { return Find(wanted) == 0 ? name : "(status)"; }
+    using CDbFile::SetRcdBufLen;
+};
+// The engine's create spec of the customer file.
+std::vector<uint8_t> CustomerSpec(uint16_t fileFlags = 0);
 
 // The test probe program run as a child process, talking through pipes.
 class Child {
   public:
-    explicit Child(const std::vector<std::string>& args);
+    // With `env` the child runs in that environment and this process's own
+    // without its DBFILE_ and RECMAN_ settings.
+    explicit Child(const std::vector<std::string>& args, const std::vector<std::string>& env = {});
     ~Child();  // kills the child if it still runs
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
@@ -133,5 +165,17 @@ void UseDictionary(const std::string& path);
 // Back to the library's state at load: no shared dictionary, empty paths,
 // no alternates, no dictionary name.
 void ResetLibrary();
+
+// A folder of the test's own holding the dictionary file vexa.ddf, made
+// empty and open in `cdd`; the system data directory is the folder and the
+// data directory "data" under it. The library is reset afterwards.
+class DictionaryFolder : public ::testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+    rmtest::TempDir dir;
+    MessageLog log;
+    std::unique_ptr<CCdd> cdd;
+};
 
 }  // namespace dbtest

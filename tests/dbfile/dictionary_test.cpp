@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,21 +21,8 @@ std::vector<int> FieldIds(CddFldList& list) {
     return out;
 }
 
-class DictionaryTest : public ::testing::Test {
+class DictionaryTest : public dbtest::DictionaryFolder {
   protected:
-    void SetUp() override {
-        dbtest::UseDictionary(dir.File("vexa.ddf"));
-        CDbFile::SetSysDataPath(dir.path().c_str());
-        CDbFile::SetDataPath("company");
-        cdd = std::make_unique<CCdd>(nullptr, g_CddFileName);
-        ASSERT_EQ(cdd->Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate), 1), 0);
-        log.Take();
-    }
-    void TearDown() override {
-        cdd.reset();
-        dbtest::ResetLibrary();
-    }
-
     // The customer entry: fields given with ids 4, 9, 2, 7 (renumbered when
     // written), a key on the id and a two-segment key on name and id,
     // one relation and both markers.
@@ -75,10 +61,6 @@ class DictionaryTest : public ::testing::Test {
         }
         return cdd->Insert(nullptr);
     }
-
-    rmtest::TempDir dir;
-    dbtest::MessageLog log;
-    std::unique_ptr<CCdd> cdd;
 };
 
 TEST_F(DictionaryTest, EntryRoundTripsIntoARecordFile) {
@@ -120,8 +102,15 @@ TEST_F(DictionaryTest, EntryRoundTripsIntoARecordFile) {
     EXPECT_EQ(f.m_RelList.Next(p), nullptr);
     EXPECT_EQ(f.m_bOneRcdFile, 1);
     EXPECT_EQ(f.m_bOutdated, 1);
-    // A bare name goes to its type's directory.
+    // A bare name goes to its type's directory; a name with a directory of
+    // its own stays there, and finds its entry by its last part.
     EXPECT_EQ(std::string(f.FileName()), std::string(CDbFile::GetDataPath()) + "/CUSTOMER.DAT");
+    std::string own = dir.File("elsewhere/Customer.dat");
+    CDbFile there(own.c_str());
+    EXPECT_EQ(std::string(there.FileName()), own);
+    EXPECT_EQ(there.m_FldList.Count(), 4);
+    CDbFile given("Customer.dat", dir.path().c_str());
+    EXPECT_EQ(std::string(given.FileName()), dir.File("Customer.dat"));
 
     // Fields only: no keys, no relations, both markers off.
     ASSERT_EQ(WritePlain("Plain.dat", {"A", "B"}), 0);
@@ -192,15 +181,8 @@ TEST_F(DictionaryTest, EditingKeepsKeysOnTheirFields) {
 TEST_F(DictionaryTest, MissingEntriesAndAlternates) {
     ASSERT_EQ(WriteCustomer(), 0);
     ASSERT_EQ(WritePlain("Branch.dat", {"Region"}), 0);
-    try {
-        CDbFile f("nothing.dat");
-        FAIL() << "built without an entry";
-    } catch (int e) {
-        EXPECT_EQ(e, 0);
-    }
-    auto shown = log.Take();
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_EQ(shown[0],
+    EXPECT_EQ(dbtest::Thrown([] { CDbFile f("nothing.dat"); }), 0);  // no entry
+    EXPECT_EQ(log.TakeOne(),
               "5|No entry exists in the Data Dictionary file for nothing.dat. Cannot "
               "continue.");
     EXPECT_NE(CDbFile::m_CddError, 0);
@@ -220,13 +202,8 @@ TEST_F(DictionaryTest, MissingEntriesAndAlternates) {
     EXPECT_EQ(CDbFile::FindAlternateFile("branch.dat"), "Customer.dat");
     CDbFile::SetAlternateFile("Branch.dat", "");
     EXPECT_EQ(CDbFile::FindAlternateFile("branch.dat"), "Missing.dat");
-    try {
-        CDbFile f("Branch.dat");
-        FAIL() << "built without its alternate";
-    } catch (int e) {
-        EXPECT_EQ(e, 0);
-    }
-    shown = log.Take();
+    EXPECT_EQ(dbtest::Thrown([] { CDbFile f("Branch.dat"); }), 0);  // no alternate
+    auto shown = log.Take();
     ASSERT_EQ(shown.size(), 2u);
     EXPECT_EQ(shown[0],
               "0|Unable to open alternate field data (Missing.dat) for file structure "
@@ -251,7 +228,7 @@ TEST_F(DictionaryTest, CreateBufferAgreesWithStat) {
     EXPECT_EQ(rmtest::Get16(reinterpret_cast<const uint8_t*>(spec) + 32 + 4),
               SEG | DUPS | MODIF | NOCASE | 0x0100);
 
-    // Created on first open, in the company directory made for it.
+    // Created on first open, in the data directory made for it.
     ASSERT_EQ(f.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate)), 0);
     EXPECT_EQ(access(f.FileName(), F_OK), 0);
     ASSERT_EQ(f.GetFileStatistics(nullptr), 0);
@@ -292,7 +269,7 @@ TEST_F(DictionaryTest, CreateBufferAgreesWithStat) {
     EXPECT_EQ(f.GetRcdCount(), 0u);
     // Statistics of a file without keys: an empty key list.
     CDbFile bare(dir.File("keyless.dat").c_str(), nullptr, 1);
-    std::vector<uint8_t> keyless = dbtest::Spec(20, {}, 0x0001);
+    std::vector<uint8_t> keyless = rmtest::Spec(20, {}, 0x0001);
     ASSERT_EQ(bare.Create(nullptr, keyless.data(), uint16_t(keyless.size()), 1), 0);
     // Every missing directory on the way is made.
     std::string deep = dir.File("deep/er/keyless.dat");
@@ -330,12 +307,7 @@ TEST_F(DictionaryTest, TheDictionaryFileItself) {
 
     // A missing dictionary is not created by a record file; its status is thrown.
     dbtest::UseDictionary(dir.File("none.ddf"));
-    try {
-        CDbFile f("Customer.dat");
-        FAIL() << "built without a dictionary";
-    } catch (int e) {
-        EXPECT_EQ(e, 12);
-    }
+    EXPECT_EQ(dbtest::Thrown([] { CDbFile f("Customer.dat"); }), 12);
     EXPECT_EQ(CDbFile::m_CddError, 12);
     EXPECT_EQ(CDbFile::m_TheCdd, nullptr);
     EXPECT_NE(access(dir.File("none.ddf").c_str(), F_OK), 0);
@@ -390,16 +362,6 @@ TEST_F(DictionaryTest, FieldMetadataByIdAndName) {
     EXPECT_EQ(f.GetFieldIdOfKey(0), 0);
     EXPECT_EQ(f.GetFieldIdOfKey(5), -1);
     EXPECT_EQ(CDbFile("loose.dat", nullptr, 1).GetFieldCount(), 0);
-}
-
-TEST_F(DictionaryTest, NamesWithTheirOwnDirectoryStayThere) {
-    ASSERT_EQ(WriteCustomer(), 0);
-    std::string own = dir.File("elsewhere/Customer.dat");
-    CDbFile f(own.c_str());
-    EXPECT_EQ(std::string(f.FileName()), own);
-    EXPECT_EQ(f.m_FldList.Count(), 4);
-    CDbFile g("Customer.dat", dir.path().c_str());
-    EXPECT_EQ(std::string(g.FileName()), dir.File("Customer.dat"));
 }
 
 TEST_F(DictionaryTest, ServerPathsAskAboutTheDictionaryFileThere) {

@@ -21,28 +21,21 @@ constexpr int SEG = 0x0010, DUPS = 0x0001, MODIF = 0x0002, NOCASE = 0x0400, DESC
 class KeysTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        CCdd d(nullptr, "describe.ddf");
-        d.m_FileDat.FileSpec.PageSize = 4096;
-        d.AddField(0, 0, 4, dbInteger, 0, "Id", "", "");
-        d.AddField(1, 4, 12, dbZString, 0, "Name", "", "");
-        d.AddField(2, 16, 6, dbMoney, 2, "Amount", "", "");
-        d.AddField(3, 22, 4, dbDate, 0, "When", "", "");
-        d.AddField(4, 26, 1, dbBoolean, 0, "Paid", "", "");
-        d.AddField(5, 27, 2, dbInteger, 0, "Count", "", "");
-        d.AddField(6, 29, 4, dbTime, 0, "At", "", "");
-        d.AddField(7, 33, 10, dbString, 0, "Ref", "", "");
-        d.AdjustFieldOffsets();
-        d.AddKey(0, "ById", "Id", 0);
-        d.AddKey(1, "ByName", "Name", DUPS | MODIF | NOCASE);
-        d.AddKey(2, "ByAmount", "Amount", DUPS | MODIF);
-        d.AddKey(3, "ByDate", "When", DUPS | MODIF | DESC);
-        d.AddKey(4, "ByNameId", "Name", SEG | DUPS | MODIF | NOCASE);
-        d.AddKey(4, "ByNameId", "Id", DUPS | MODIF);
-        d.m_FileDat.FileSpec.RecLen = 43;
-        d.m_FileDat.FileSpec.NdxCount = 5;
-        file.m_FileDat = d.m_FileDat;
-        file.m_FldList = d.m_FldList;
-        file.m_KeyList = d.m_KeyList;
+        dbtest::Describe(file,
+                         {{"Id", 4, dbInteger},
+                          {"Name", 12, dbZString},
+                          {"Amount", 6, dbMoney, 0, 2},
+                          {"When", 4, dbDate},
+                          {"Paid", 1, dbBoolean},
+                          {"Count", 2, dbInteger},
+                          {"At", 4, dbTime},
+                          {"Ref", 10, dbString}},
+                         {{0, "Id", 0},
+                          {1, "Name", DUPS | MODIF | NOCASE},
+                          {2, "Amount", DUPS | MODIF},
+                          {3, "When", DUPS | MODIF | DESC},
+                          {4, "Name", SEG | DUPS | MODIF | NOCASE},
+                          {4, "Id", DUPS | MODIF}});
         ASSERT_EQ(file.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate)), 0);
     }
 
@@ -156,30 +149,11 @@ TEST_F(KeysTest, SearchesAgreeWithASortedCopy) {
                            dbRelLessEqual}) {
             const Row* want = nullptr;
             bool down = op == dbRelLess || op == dbRelLessEqual;
-            auto admits = [&](const Row& r) {
+            for (size_t i = 0; i < sorted.size() && !want; ++i) {
+                const Row& r = sorted[down ? sorted.size() - 1 - i : i];
                 int c = p.cmp(r);
-                switch (op) {
-                    case dbRelGreater:
-                        return c > 0;
-                    case dbRelLess:
-                        return c < 0;
-                    case dbRelGreaterEqual:
-                        return c >= 0;
-                    case dbRelLessEqual:
-                        return c <= 0;
-                    default:  // not equal searches for equal
-                        return c == 0;
-                }
-            };
-            if (down) {
-                for (auto it = sorted.rbegin(); it != sorted.rend() && !want; ++it)
-                    if (admits(*it)) want = &*it;
-            } else {
-                for (const Row& r : sorted)
-                    if (admits(r)) {
-                        want = &r;
-                        break;
-                    }
+                bool admits[] = {c == 0, c > 0, c < 0, c == 0, c >= 0, c <= 0};  // by relation
+                if (admits[op]) want = &r;  // not equal searches for equal
             }
             file.SetKey(p.key);
             file.m_FldList.FindByFldId(uint16_t(p.field));

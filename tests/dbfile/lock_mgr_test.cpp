@@ -11,55 +11,19 @@
 
 namespace {
 
-constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE, DUP = RM_KEY_DUPLICATES, MOD = RM_KEY_MODIFIABLE;
-
-// 32-byte customer records: id (key 0), name (zstring[20], key 1); the hooks
-// count their calls.
-class Customer : public CDbFile {
-  public:
-    explicit Customer(const std::string& path, short client = 0)
-        : CDbFile(path.c_str(), nullptr, 1, client) {}
-    int32_t id = 0;
-    std::string name;
-    int reads = 0, writes = 0;
-
-    void OnReadRecord() override {
-        std::memcpy(&id, RcdBuf(), 4);
-        name.assign(RcdBuf() + 4, strnlen(RcdBuf() + 4, 20));
-        ++reads;
-    }
-    void OnWriteRecord() override {
-        SetDataLen(32);
-        std::memset(RcdBuf(), 0, 32);
-        std::memcpy(RcdBuf(), &id, 4);
-        std::memcpy(RcdBuf() + 4, name.data(), std::min<size_t>(name.size(), 19));
-        ++writes;
-    }
-    int Find(int32_t wanted, int lock = 0) {
-        SetKey(&wanted, 4, 0);
-        return GetEqual(nullptr, lock, 1);
-    }
-    // The stored name of record `wanted`, read afresh.
-    std::string Stored(int32_t wanted) { return Find(wanted) == 0 ? name : "(status)"; }
-};
+using dbtest::Customer;
 
 class LockMgrTest : public ::testing::Test {
   protected:
     void SetUp() override {
         // Locked records answer 84 at once instead of waiting.
         CDbFile::PersistentLocking(false);
-        ASSERT_EQ(rmtest::CreateFile(
-                      path, dbtest::Spec(32, {{{1, 4, EXT, RM_TYPE_INTEGER}},
-                                              {{5, 20, EXT | DUP | MOD, RM_TYPE_ZSTRING}}})),
-                  RM_OK);
+        ASSERT_EQ(rmtest::CreateFile(path, dbtest::CustomerSpec()), RM_OK);
         ASSERT_EQ(editor.Open(nullptr), 0);
         ASSERT_EQ(other.Open(nullptr), 0);
         const char* names[] = {"Adams", "Baker", "Lee"};
-        for (int i = 0; i < 3; ++i) {
-            editor.id = 10 * (i + 1);
-            editor.name = names[i];
-            ASSERT_EQ(editor.Insert(nullptr), 0);
-        }
+        for (int i = 0; i < 3; ++i)
+            ASSERT_EQ(editor.Add(10 * (i + 1), names[i]), 0);
         log.Take();
     }
     void TearDown() override { CDbFile::PersistentLocking(true); }

@@ -18,25 +18,18 @@ constexpr int DUPS = 0x0001, MODIF = 0x0002, NOCASE = 0x0400, DESC = 0x0040, SEG
 class NdxTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        CCdd d(nullptr, "describe.ddf");
-        d.AddField(0, 0, 4, dbInteger, 0, "Id", "", "");
-        d.AddField(1, 4, 10, dbString, 0, "Name", "", "");
-        d.AddField(2, 14, 8, dbZString, 0, "Code", "", "");
-        d.AddField(3, 22, 2, dbInteger, 0, "Qty", "", "");
-        for (int i = 0; i < 12; ++i)
-            d.AddField(uint16_t(4 + i), uint16_t(24 + i), 1, dbInteger, 0,
-                       ("N" + std::to_string(i)).c_str(), "", "");
-        d.AddKey(0, "ById", "Id", 0);
-        d.AddKey(1, "ByName", "Name", DUPS | MODIF | NOCASE);
-        d.AddKey(2, "ByCode", "Code", DUPS | MODIF | DESC);
-        d.m_FileDat.FileSpec.PageSize = 4096;
-        d.m_FileDat.FileSpec.RecLen = 36;
-        d.m_FileDat.FileSpec.NdxCount = 3;
-        for (CDbFile* f : {&file, &reader}) {
-            f->m_FileDat = d.m_FileDat;
-            f->m_FldList = d.m_FldList;
-            f->m_KeyList = d.m_KeyList;
-        }
+        std::vector<dbtest::FieldDef> fields = {{"Id", 4, dbInteger},
+                                                {"Name", 10, dbString},
+                                                {"Code", 8, dbZString},
+                                                {"Qty", 2, dbInteger}};
+        for (const char* n :
+             {"N0", "N1", "N2", "N3", "N4", "N5", "N6", "N7", "N8", "N9", "N10", "N11"})
+            fields.push_back({n, 1, dbInteger});
+        for (CDbFile* f : {&file, &reader})
+            dbtest::Describe(*f, fields,
+                             {{0, "Id", 0},
+                              {1, "Name", DUPS | MODIF | NOCASE},
+                              {2, "Code", DUPS | MODIF | DESC}});
         ASSERT_EQ(file.Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate)), 0);
         file.SetBrowser(1);
         const char* names[] = {"smith", "Adams", "lee", "BAKER"};
@@ -178,9 +171,8 @@ TEST_F(NdxTest, KeysComeAndGoWhileAnotherHandleReads) {
     CKeyMap again;
     file.GetKeyMap(again, 0);
     EXPECT_EQ(Described(again), Described(after));
-    std::vector<std::string> shown = log.Take();
-    ASSERT_EQ(shown.size(), 1u);  // the second drop
-    EXPECT_NE(shown[0].find("Code:\\t6"), std::string::npos) << shown[0];
+    std::string shown = log.TakeOne();  // the second drop
+    EXPECT_NE(shown.find("Code:\\t6"), std::string::npos) << shown;
 }
 
 }  // namespace

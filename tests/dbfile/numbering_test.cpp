@@ -22,15 +22,11 @@ constexpr int DUPS = 0x0001, MODIF = 0x0002;
 // Invoices and credit notes share series 1; invoices also number lines of a
 // 2-byte series 2; history and a system file use series 1 too, and a file
 // without a key on its field uses series 3.
-class NumberingTest : public ::testing::Test {
+class NumberingTest : public dbtest::DictionaryFolder {
   protected:
     void SetUp() override {
-        dbtest::UseDictionary(dir.File("vexa.ddf"));
-        CDbFile::SetSysDataPath(dir.path().c_str());
-        CDbFile::SetDataPath("data");
+        ASSERT_NO_FATAL_FAILURE(DictionaryFolder::SetUp());
         CDbFile::SetHistPath("hist");
-        cdd = std::make_unique<CCdd>(nullptr, g_CddFileName);
-        ASSERT_EQ(cdd->Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate), 1), 0);
         using dbtest::AddEntry;
         AddEntry(*cdd, "Inv.dat", dbFileData,
                  {{"Id", 4, dbAutoInc, 1}, {"Line", 2, dbAutoInc, 2}, {"Memo", 10, dbString}},
@@ -44,8 +40,7 @@ class NumberingTest : public ::testing::Test {
     }
     void TearDown() override {
         TheNumberFile(1).CloseNumberFile(1);
-        cdd.reset();
-        dbtest::ResetLibrary();
+        DictionaryFolder::TearDown();
     }
     // Inserts a record whose first field holds `id` (0: numbered); answers
     // the insert's status and the numbers the record got.
@@ -76,10 +71,6 @@ class NumberingTest : public ::testing::Test {
         std::ifstream in(path, std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(in), {});
     }
-
-    rmtest::TempDir dir;
-    dbtest::MessageLog log;
-    std::unique_ptr<CCdd> cdd;
 };
 
 TEST_F(NumberingTest, SeriesStartAboveStoredNumbersAndOnlyRise) {
@@ -168,9 +159,8 @@ TEST_F(NumberingTest, FailuresShowTheirMessageAndAddNothing) {
         CDbFile::SetDataPath(c.folder);
         EXPECT_EQ(Insert(f, 0), 5);
         EXPECT_EQ(Ids(f).size(), before);
-        std::vector<std::string> shown = log.Take();
-        ASSERT_EQ(shown.size(), 1u);
-        EXPECT_EQ(shown[0].rfind(c.message, 0), 0u) << shown[0];
+        std::string shown = log.TakeOne();
+        EXPECT_EQ(shown.rfind(c.message, 0), 0u) << shown;
         if (!c.numberFile.empty()) {
             EXPECT_EQ(Bytes(NumberFile()), c.numberFile);
         }

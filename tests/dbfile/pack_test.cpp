@@ -11,13 +11,11 @@
 
 #include <cstring>
 #include <map>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "dbtest.h"
-#include "recman/check.h"
 #include "resources/dialogs.h"
 
 namespace {
@@ -26,27 +24,22 @@ constexpr int DUPS = 0x0001, MODIF = 0x0002, NOCASE = 0x0400;
 
 // Customers: Id numbered from series 1 (key 0), Name (key 1, any case),
 // Town (key 2) and a memo.
-class PackTest : public ::testing::Test {
+class PackTest : public dbtest::DictionaryFolder {
   protected:
     void SetUp() override {
-        dbtest::UseDictionary(dir.File("vexa.ddf"));
-        CDbFile::SetSysDataPath(dir.path().c_str());
-        CDbFile::SetDataPath("data");
-        cdd = std::make_unique<CCdd>(nullptr, g_CddFileName);
-        ASSERT_EQ(cdd->Open(nullptr, dbOpenType(dbOpenNormal | dbOpenCreate), 1), 0);
-        dbtest::AddEntry(*cdd, "Cust.dat", dbFileData,
-                         {{"Id", 4, dbAutoInc, 1},
-                          {"Name", 12, dbString},
-                          {"Town", 10, dbZString},
-                          {"Memo", 30, dbZString}},
-                         {{0, "Id", 0}, {1, "Name", DUPS | MODIF | NOCASE}, {2, "Town", DUPS}});
-        path = dir.File("data/Cust.dat");
-        log.Take();
+        ASSERT_NO_FATAL_FAILURE(DictionaryFolder::SetUp());
+        ASSERT_EQ(
+            dbtest::AddEntry(*cdd, "Cust.dat", dbFileData,
+                             {{"Id", 4, dbAutoInc, 1},
+                              {"Name", 12, dbString},
+                              {"Town", 10, dbZString},
+                              {"Memo", 30, dbZString}},
+                             {{0, "Id", 0}, {1, "Name", DUPS | MODIF | NOCASE}, {2, "Town", DUPS}}),
+            0);
     }
     void TearDown() override {
         TheNumberFile(1).CloseNumberFile(1);
-        cdd.reset();
-        dbtest::ResetLibrary();
+        DictionaryFolder::TearDown();
     }
     // `n` customers, every third one deleted again; an index of the engine's
     // own on the memo.
@@ -101,10 +94,7 @@ class PackTest : public ::testing::Test {
         return ::stat(p.c_str(), &sb) == 0 ? long(sb.st_size) : -1;
     }
 
-    rmtest::TempDir dir;
-    dbtest::MessageLog log;
-    std::unique_ptr<CCdd> cdd;
-    std::string path;
+    std::string path = dir.File("data/Cust.dat");
 };
 
 TEST_F(PackTest, RecordsAndKeyOrdersSurviveAndTheFileShrinks) {
@@ -133,9 +123,7 @@ TEST_F(PackTest, RecordsAndKeyOrdersSurviveAndTheFileShrinks) {
     EXPECT_EQ(long(newSize), Size(path));
     EXPECT_LT(long(newSize), sizeBefore);
     EXPECT_EQ(Snapshot(), before);
-    std::vector<std::string> problems;
-    EXPECT_EQ(recman::CheckFile(path, problems), 0);
-    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(rmtest::Problem(path), "");
     EXPECT_TRUE(Leftovers().empty());
     // No number was drawn or raised: the series goes on from the last one.
     uint32_t next = 0;
@@ -203,9 +191,7 @@ TEST_F(PackTest, KilledPackLeavesTheFileWhole) {
         pack.Kill();
         auto now = Snapshot();
         ASSERT_EQ(now, before);
-        std::vector<std::string> problems;
-        ASSERT_EQ(recman::CheckFile(path, problems), 0);
-        ASSERT_TRUE(problems.empty()) << problems[0];
+        ASSERT_EQ(rmtest::Problem(path), "");
         for (const std::string& name : Leftovers())
             std::remove(dir.File("data/" + name).c_str());
     }
@@ -221,23 +207,21 @@ TEST(CopyTest, FieldsFollowTheTypeRules) {
         int reads = 0;
     };
     Counting src, dst;
-    auto describe = [](CDbFile& f, std::vector<dbtest::FieldDef> fields) {
-        CCdd d(nullptr, "describe.ddf");
-        dbtest::AddEntry(d, "x.dat", dbFileData, fields, {});
-        f.m_FileDat = d.m_FileDat;
-        f.m_FldList = d.m_FldList;
-    };
-    describe(src, {{"Name", 30, dbZString},
-                   {"Qty", 4, dbFloat},
-                   {"Id", 4, dbAutoInc},
-                   {"Code", 6, dbString},
-                   {"Flag", 1, dbBoolean}});
-    describe(dst, {{"Flag", 1, dbBoolean},
-                   {"nAME", 20, dbZString},
-                   {"QTY", 4, dbInteger},
-                   {"id", 4, dbUnsigned},
-                   {"code", 8, dbString},
-                   {"Other", 4, dbInteger}});
+    dbtest::Describe(src,
+                     {{"Name", 30, dbZString},
+                      {"Qty", 4, dbFloat},
+                      {"Id", 4, dbAutoInc},
+                      {"Code", 6, dbString},
+                      {"Flag", 1, dbBoolean}},
+                     {});
+    dbtest::Describe(dst,
+                     {{"Flag", 1, dbBoolean},
+                      {"nAME", 20, dbZString},
+                      {"QTY", 4, dbInteger},
+                      {"id", 4, dbUnsigned},
+                      {"code", 8, dbString},
+                      {"Other", 4, dbInteger}},
+                     {});
     src.DummyData("abc");  // text repeated, numbers drawn, the number zero
     EXPECT_EQ(std::string(src.RcdBuf(), 30), "abcabcabcabcabcabcabcabcabcab" + std::string(1, 0));
     EXPECT_EQ(std::string(src.RcdBuf() + 38, 6), "abcabc");

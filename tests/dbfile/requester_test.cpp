@@ -2,77 +2,38 @@
 // that writes every request down: the module's exit, exclusive opens, and a
 // requester that cannot be loaded.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "rm_util.h"
+#include "dbtest.h"
 
 namespace {
 
 struct ProbeRun {
     int exitCode = -1;
-    std::string out;
-    // The output's last line.
-    std::string Last() const {
-        size_t end = out.find_last_not_of('\n');
-        if (end == std::string::npos) return "";
-        size_t start = out.rfind('\n', end);
-        return out.substr(start == std::string::npos ? 0 : start + 1, end + 1 - (start + 1));
-    }
+    std::string out, last;  // all its output, and the last line
 };
 
 // Runs the probe with the given requester and spy log, capturing its output;
-// `onOutput` sees the output so far each time more arrives.
+// `onLine` sees each line as it comes.
 ProbeRun Probe(const std::vector<std::string>& args, const std::string& requester,
-               const std::string& spyLog, const char* waitSeconds = nullptr,
-               const char* remote = nullptr,
-               const std::function<void(const std::string&)>& onOutput = nullptr) {
-    // Everything the child needs is made before the fork: other threads of
-    // this process may hold the allocator's lock at that moment.
-    std::vector<std::string> env{"DBFILE_REQUESTER=" + requester, "DBFILE_SPY_LOG=" + spyLog,
-                                 "RECMAN_SYNC=off"};
-    if (waitSeconds) env.push_back(std::string("DBFILE_LOCK_WAIT_S=") + waitSeconds);
-    if (remote) env.push_back(std::string("DBFILE_SPY_REMOTE=") + remote);
-    for (char** e = environ; *e; ++e)
-        if (std::strncmp(*e, "DBFILE_", 7) != 0 && std::strncmp(*e, "RECMAN_", 7) != 0)
-            env.push_back(*e);
-    std::vector<char*> envp, argv{const_cast<char*>(DBFILE_TEST_PROBE)};
-    for (auto& e : env)
-        envp.push_back(e.data());
-    envp.push_back(nullptr);
-    for (auto& a : args)
-        argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    int pipeFds[2];
-    if (pipe(pipeFds) != 0) return {};
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(pipeFds[1], 1);
-        close(pipeFds[0]);
-        execve(DBFILE_TEST_PROBE, argv.data(), envp.data());
-        _exit(127);
-    }
-    close(pipeFds[1]);
+               const std::string& spyLog, std::vector<std::string> env = {},
+               const std::function<void(const std::string&)>& onLine = nullptr) {
+    env.push_back("DBFILE_REQUESTER=" + requester);
+    env.push_back("DBFILE_SPY_LOG=" + spyLog);
+    env.push_back("RECMAN_SYNC=off");
+    dbtest::Child child(args, env);
     ProbeRun run;
-    char buf[256];
-    for (ssize_t n; (n = read(pipeFds[0], buf, sizeof(buf))) > 0;) {
-        run.out.append(buf, size_t(n));
-        if (onOutput) onOutput(run.out);
+    for (std::string line; !(line = child.ReadLine()).empty();) {
+        run.out += line + "\n";
+        run.last = line;
+        if (onLine) onLine(line);
     }
-    close(pipeFds[0]);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.exitCode = child.Wait();
     return run;
 }
 
@@ -134,34 +95,36 @@ TEST(Requester, LockWaitThroughTheSharedRequester) {
     // a count, so the release may come a retry later).
     hold();
     bool released = false;
-    ProbeRun run = Probe({"wait", path, "5"}, DBFILE_TEST_RECMAN_SHARED, dir.File("spy.log"),
-                         nullptr, nullptr, [&](const std::string& out) {
-                             if (!released && out.find("+2\n") != std::string::npos) {
+    ProbeRun run = Probe({"wait", path, "5"}, DBFILE_TEST_RECMAN_SHARED, dir.File("spy.log"), {},
+                         [&](const std::string& line) {
+                             if (!released && line == "+2") {
                                  release();
                                  released = true;
                              }
                          });
     ASSERT_EQ(run.exitCode, 0);
     std::string counts = "0:";
-    for (int n = 1; n <= 2 || counts.size() < run.Last().size(); ++n)
+    for (int n = 1; n <= 2 || counts.size() < run.last.size(); ++n)
         counts += " " + std::to_string(n);
-    EXPECT_EQ(run.Last(), counts) << run.out;
+    EXPECT_EQ(run.last, counts) << run.out;
 
     // Never released: the headless dialog gives up after its time, 84.
     hold();
-    run = Probe({"wait", path, "5"}, DBFILE_TEST_RECMAN_SHARED, dir.File("spy.log"), "1");
+    run = Probe({"wait", path, "5"}, DBFILE_TEST_RECMAN_SHARED, dir.File("spy.log"),
+                {"DBFILE_LOCK_WAIT_S=1"});
     ASSERT_EQ(run.exitCode, 0);
-    EXPECT_EQ(run.Last().substr(0, 3), "84:") << run.out;
+    EXPECT_EQ(run.last.substr(0, 3), "84:") << run.out;
     release();
 }
 
 TEST(Requester, VersionsOfAllThreeComponents) {
     rmtest::TempDir dir;
-    ProbeRun run =
-        Probe({"version"}, DBFILE_TEST_SPY_REQUESTER, dir.File("spy.log"), nullptr, "9.5T");
+    ProbeRun run = Probe({"version"}, DBFILE_TEST_SPY_REQUESTER, dir.File("spy.log"),
+                         {"DBFILE_SPY_REMOTE=9.5T"});
     ASSERT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.out, "8|8.0\tClient Requester|8.0\tLinux Server|9.5\tWindows Server Engine\n");
-    run = Probe({"version"}, DBFILE_TEST_SPY_REQUESTER, dir.File("spy.log"), nullptr, "7.9S");
+    run = Probe({"version"}, DBFILE_TEST_SPY_REQUESTER, dir.File("spy.log"),
+                {"DBFILE_SPY_REMOTE=7.9S"});
     EXPECT_EQ(run.out, "-1|8.0\tClient Requester|8.0\tLinux Server|7.9\tNetware Server\n");
 }
 

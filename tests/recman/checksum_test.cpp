@@ -21,23 +21,14 @@ namespace {
 using rmtest::Handle;
 namespace fs = std::filesystem;
 
-constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
 constexpr uint16_t kLength = 60;
 
 std::vector<uint8_t> Record(uint32_t id) {
-    std::vector<uint8_t> r(kLength, 0);
-    rmtest::Put32(r.data(), id);
-    std::string name = "n" + std::to_string(id % 13);
-    std::memcpy(r.data() + 4, name.data(), name.size());
-    for (size_t i = 20; i < kLength; ++i)
-        r[i] = uint8_t(id * 131 + i * 7 + 1);
-    return r;
+    return rmtest::Numbered(id, kLength);
 }
 
 void Fill(const std::string& path, uint32_t count) {
-    auto spec = rmtest::Spec(kLength, {{{1, 4, EXT, RM_TYPE_INTEGER}},
-                                       {{5, 16, EXT | RM_KEY_DUPLICATES, RM_TYPE_ZSTRING}}});
-    ASSERT_EQ(rmtest::CreateFile(path, spec), RM_OK);
+    ASSERT_EQ(rmtest::CreateFile(path, rmtest::NumberedSpec(kLength)), RM_OK);
     Handle h;
     ASSERT_EQ(h.Open(path), RM_OK);
     for (uint32_t i = 0; i < count; ++i) {
@@ -133,9 +124,7 @@ TEST(Checksum, ChangedRecordBytesAnswerTwoAndAreNamed) {
         Handle o;
         ASSERT_EQ(o.Open(other), RM_OK);
         EXPECT_EQ(o.Insert(fresh), RM_OK);
-        problems.clear();
-        EXPECT_EQ(recman::CheckFile(other, problems), RM_OK);
-        EXPECT_TRUE(problems.empty());
+        EXPECT_EQ(rmtest::Problem(other), "");
         h.Close();
     }
     // The copy under its address and the one beside the first key's entry.
@@ -156,9 +145,7 @@ TEST(Checksum, OldFormatOpensAndPackBringsItUpToDate) {
     recman::Engine::Instance().SetCreateVersionForComparison(1);
     Fill(old, 200);
     recman::Engine::Instance().SetCreateVersionForComparison(recman::kFormatVersion);
-    std::vector<std::string> problems;
-    ASSERT_EQ(recman::CheckFile(old, problems), RM_OK);
-    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(rmtest::Problem(old), "");
 
     Handle h;
     ASSERT_EQ(h.Open(old), RM_OK);
@@ -172,28 +159,20 @@ TEST(Checksum, OldFormatOpensAndPackBringsItUpToDate) {
     // Changes keep the file in its own format.
     r[30] ^= 1;
     ASSERT_EQ(h.Update(r), RM_OK);
-    ASSERT_EQ(recman::CheckFile(old, problems), RM_OK);
-    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(rmtest::Problem(old), "");
 
-    auto spec = rmtest::Spec(kLength, {{{1, 4, EXT, RM_TYPE_INTEGER}},
-                                       {{5, 16, EXT | RM_KEY_DUPLICATES, RM_TYPE_ZSTRING}}});
-    ASSERT_EQ(rmtest::CreateFile(packed, spec), RM_OK);
+    ASSERT_EQ(rmtest::CreateFile(packed, rmtest::NumberedSpec(kLength)), RM_OK);
     Handle n;
     ASSERT_EQ(n.Open(packed), RM_OK);
-    std::vector<std::vector<uint8_t>> copied;
-    std::vector<uint8_t> buf(kLength);
-    uint32_t len = kLength;
-    for (int16_t st = h.Call(RM_STEP_FIRST, buf.data(), &len, h.key(), 0); st == RM_OK;
-         len = kLength, st = h.Call(RM_STEP_NEXT, buf.data(), &len, h.key(), 0)) {
-        std::vector<uint8_t> rec(buf.begin(), buf.begin() + len);
-        copied.push_back(rec);
-        ASSERT_EQ(n.Insert(rec), RM_OK);
+    size_t copied = 0;
+    for (int16_t st = h.Get(RM_STEP_FIRST, 0, r); st == RM_OK; st = h.Get(RM_STEP_NEXT, 0, r)) {
+        ASSERT_EQ(n.Insert(r), RM_OK);
+        ++copied;
     }
-    EXPECT_EQ(copied.size(), 200u);
+    EXPECT_EQ(copied, 200u);
     ASSERT_EQ(n.Stat(stat), RM_OK);
     EXPECT_EQ(stat[5], recman::kFormatVersion);
-    ASSERT_EQ(recman::CheckFile(packed, problems), RM_OK);
-    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(rmtest::Problem(packed), "");
     rmtest::Put32(n.key(), 77);
     ASSERT_EQ(n.Get(RM_GET_EQUAL, 0, r), RM_OK);
     EXPECT_EQ(r[30], uint8_t(Record(77)[30] ^ 1));

@@ -14,16 +14,9 @@
 
 namespace {
 
-constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
-
-// Record: number (4 bytes, unique), group (2 bytes, duplicates), filler.
+// Records: a number (unique), a name (duplicates), filler.
 std::vector<uint8_t> Record(uint32_t n) {
-    std::vector<uint8_t> r(40, 0);
-    rmtest::Put32(r.data(), n);
-    rmtest::Put16(r.data() + 4, uint16_t(n % 7));
-    for (size_t i = 6; i < r.size(); ++i)
-        r[i] = uint8_t(n * i);
-    return r;
+    return rmtest::Numbered(n, 40);
 }
 
 // Child: inserts numbers from `first` on and writes each done number to `fd`.
@@ -42,11 +35,7 @@ std::vector<uint8_t> Record(uint32_t n) {
 TEST(CrashTest, KilledWriterLosesNothingReported) {
     rmtest::TempDir dir;
     std::string path = dir.File("crash.dat");
-    ASSERT_EQ(
-        rmtest::CreateFile(
-            path, rmtest::Spec(40, {{{1, 4, EXT, RM_TYPE_INTEGER}},
-                                    {{5, 2, EXT | RM_KEY_DUPLICATES, RM_TYPE_UNSIGNED_BINARY}}})),
-        RM_OK);
+    ASSERT_EQ(rmtest::CreateFile(path, rmtest::NumberedSpec(40)), RM_OK);
     std::mt19937 rng(std::random_device{}());
     std::set<uint32_t> reported;
     uint32_t next = 1;

@@ -1,9 +1,10 @@
 // Damaged record files: every page of a filled file overwritten in turn (zeros,
-// 0xFF, random bytes), the file cut short at every page boundary, its meta
-// pages swapped or zeroed. Each copy is checked, opened, walked on every key,
-// read record by record and changed, in a child process of its own: no child
-// dies or hangs, nothing returned was never written, and the check reports
-// damage whenever the file does not give back exactly what was written.
+// 0xFF, random bytes), the file cut short at every page boundary and inside
+// pages, its meta pages swapped or zeroed. Each copy is checked, opened,
+// walked on every key, read record by record and changed, in a child process
+// of its own: no child dies or hangs, nothing returned was never written, and
+// the check reports damage whenever the file does not give back exactly what
+// was written.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -30,7 +31,6 @@ namespace {
 using rmtest::Handle;
 namespace fs = std::filesystem;
 
-constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
 constexpr size_t kPage = 4096;
 constexpr uint16_t kLength = 48;
 #if defined(__SANITIZE_ADDRESS__)
@@ -47,18 +47,7 @@ void WriteFresh(const std::string& p, const std::string& s) {
 }
 
 std::vector<uint8_t> Record(uint32_t id) {
-    std::vector<uint8_t> r(kLength, 0);
-    rmtest::Put32(r.data(), id);
-    std::string name = "name" + std::to_string(id % 97);
-    std::memcpy(r.data() + 4, name.data(), name.size());
-    for (size_t i = 20; i < kLength; ++i)
-        r[i] = uint8_t(id * 31 + i);
-    return r;
-}
-
-std::vector<uint8_t> Spec() {
-    return rmtest::Spec(kLength, {{{1, 4, EXT, RM_TYPE_INTEGER}},
-                                  {{5, 16, EXT | RM_KEY_DUPLICATES, RM_TYPE_ZSTRING}}});
+    return rmtest::Numbered(id, kLength);
 }
 
 // What a child found in one copy.
@@ -69,6 +58,7 @@ struct Outcome {
     bool exact = true;     // walks and reads gave back exactly the records written
     uint32_t foreign = 0;  // records returned that were never written
     int16_t insert = -1, update = -1;
+    bool reported = false;  // the check found damage
 };
 
 // The intact file, its records and the order of each key.
@@ -80,7 +70,7 @@ struct Original {
     std::vector<std::vector<uint8_t>> order[2];
 
     Original() {
-        EXPECT_EQ(rmtest::CreateFile(path, Spec()), RM_OK);
+        EXPECT_EQ(rmtest::CreateFile(path, rmtest::NumberedSpec(kLength)), RM_OK);
         Handle h;
         EXPECT_EQ(h.Open(path), RM_OK);
         for (uint32_t i = 0; i < kRecords; ++i) {
@@ -170,23 +160,22 @@ bool ProbeInChild(const std::string& path, Outcome& out, std::string& why) {
     return true;
 }
 
-// Probes one damaged copy and holds the outcome to the promises; answers
-// whether the copy was found damaged.
-bool Expect(const std::string& copy, const std::string& what) {
+// Probes one damaged copy, holds the outcome to the promises and answers it.
+Outcome Expect(const std::string& copy, const std::string& what) {
     std::string before = rmtest::ReadAll(copy);
     Outcome o;
     std::string why;
     EXPECT_TRUE(ProbeInChild(copy, o, why)) << what << ": " << why;
     EXPECT_EQ(o.foreign, 0u) << what << ": records returned that were never written";
-    bool reported = o.check != RM_OK || o.problems > 0;
+    o.reported = o.check != RM_OK || o.problems > 0;
     if (!o.exact) {
-        EXPECT_TRUE(reported) << what << ": a walk lost records but the check passed";
+        EXPECT_TRUE(o.reported) << what << ": a walk lost records but the check passed";
     }
     // A file found damaged is left as it was: nothing is written into it.
-    if (reported) {
+    if (o.reported) {
         EXPECT_EQ(rmtest::ReadAll(copy), before) << what << ": a damaged file was changed";
     }
-    return reported;
+    return o;
 }
 
 class DamageSweep : public ::testing::TestWithParam<int> {};
@@ -205,7 +194,8 @@ TEST_P(DamageSweep, EveryPageOverwritten) {
             b[p * kPage + i] = GetParam() == 0 ? 0 : GetParam() == 1 ? char(0xFF) : char(rng());
         WriteFresh(copy, b);
         found +=
-            Expect(copy, "page " + std::to_string(p) + " pattern " + std::to_string(GetParam()));
+            Expect(copy, "page " + std::to_string(p) + " pattern " + std::to_string(GetParam()))
+                .reported;
     }
     // Free pages carry nothing; nearly every other page is found.
     EXPECT_GT(found, pages / 2);
@@ -215,36 +205,30 @@ INSTANTIATE_TEST_SUITE_P(Patterns, DamageSweep, ::testing::Values(0, 1, 2), [](c
     return std::string(info.param == 0 ? "Zeros" : info.param == 1 ? "Ones" : "Random");
 });
 
-TEST(Damage, CutAtEveryPageBoundary) {
+// The file cut short, at every page boundary and inside pages, and its meta
+// pages swapped or zeroed: each is found damaged and refused. An empty file
+// is nobody's; one that still begins with a meta page is a record file cut
+// short.
+TEST(Damage, CutShortOrMetaPagesChanged) {
     const Original& o = Whole();
     rmtest::TempDir dir;
     std::string copy = dir.File("copy.dat");
-    size_t pages = o.bytes.size() / kPage;
-    for (size_t p = 0; p < pages; ++p) {
-        WriteFresh(copy, o.bytes.substr(0, p * kPage));
-        Expect(copy, "cut at page " + std::to_string(p));
-    }
-}
-
-TEST(Damage, MetaPagesSwappedOrZeroed) {
-    const Original& o = Whole();
-    rmtest::TempDir dir;
-    std::string copy = dir.File("copy.dat");
-    std::string zero(kPage, '\0');
-    std::string swapped =
-        o.bytes.substr(kPage, kPage) + o.bytes.substr(0, kPage) + o.bytes.substr(2 * kPage);
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"swapped", swapped},
-        {"first zeroed", zero + o.bytes.substr(kPage)},
-        {"second zeroed", o.bytes.substr(0, kPage) + zero + o.bytes.substr(2 * kPage)},
-        {"both zeroed", zero + zero + o.bytes.substr(2 * kPage)},
-    };
-    for (const auto& [what, bytes] : cases) {
+    auto refused = [&](const std::string& what, const std::string& bytes) {
         WriteFresh(copy, bytes);
-        EXPECT_TRUE(Expect(copy, what)) << what;
-        Handle h;
-        EXPECT_EQ(h.Open(copy), RM_IO_ERROR) << what;
-    }
+        Outcome out = Expect(copy, what);
+        EXPECT_TRUE(out.reported) << what;
+        EXPECT_EQ(out.open, bytes.empty() ? RM_NOT_A_RECMAN_FILE : RM_IO_ERROR) << what;
+    };
+    std::string zero(kPage, '\0');
+    refused("meta pages swapped",
+            o.bytes.substr(kPage, kPage) + o.bytes.substr(0, kPage) + o.bytes.substr(2 * kPage));
+    refused("first meta page zeroed", zero + o.bytes.substr(kPage));
+    refused("second meta page zeroed", o.bytes.substr(0, kPage) + zero + o.bytes.substr(2 * kPage));
+    refused("both meta pages zeroed", zero + zero + o.bytes.substr(2 * kPage));
+    for (size_t cut : {size_t(100), o.bytes.size() / 2 + 100})
+        refused("cut at " + std::to_string(cut), o.bytes.substr(0, cut));
+    for (size_t p = 0; p < o.bytes.size() / kPage; ++p)
+        refused("cut at page " + std::to_string(p), o.bytes.substr(0, p * kPage));
 }
 
 }  // namespace

@@ -72,70 +72,60 @@ TEST(JournalCrash, KilledAtEveryStepAndAtRandom) {
     ASSERT_EQ(rmtest::Audit(l, everCommitted), "");
 }
 
-// A process that opens one file alone finishes the whole transaction that a
-// dead process committed, in every file, and leaves no journal; before
-// that, the consistency check reports the journal.
-TEST(JournalCrash, AnotherProcessOpeningOneFileFinishesAll) {
+// A transaction over three files that a dead process left is settled by
+// whoever opens one of them next, and the consistency check reports its
+// journal until then. One process opening one file finishes it in every
+// file; three processes opening the three at the same moment each settle
+// what they can take, none waiting for another. Committed, it is finished
+// everywhere; never committed, discarded everywhere.
+TEST(JournalCrash, NextOpenSettlesWhatADeadProcessLeft) {
     NEED_FAULTS();
-    for (const char* step : {"commit", "file1"}) {
-        for (int opened = 0; opened < 3; ++opened) {
+    for (const char* step : {"commit", "file1", "journal"}) {
+        bool committed = std::string(step) != "journal";
+        // The file one process opens; 3: all three at once.
+        for (int opened = committed ? 0 : 3; opened <= 3; ++opened) {
+            SCOPED_TRACE(std::string(step) + ", opening " + std::to_string(opened));
             rmtest::TempDir dir;
             Ledger l(dir.path(), 3);
             l.Create();
             uint32_t n = rmtest::TransferOver(3, 3);
             ASSERT_EQ(rmtest::RunTransfers(l, n, step), kKilled);
-            ASSERT_EQ(rmtest::JournalsIn(dir.path()).size(), 3u);
-            std::vector<std::string> problems;
-            ASSERT_EQ(recman::CheckFile(l.Path(2), problems), RM_OK);
-            ASSERT_EQ(problems.size(), 1u) << step;
-            EXPECT_NE(problems[0].find("not yet applied"), std::string::npos) << problems[0];
-            EXPECT_EQ(rmtest::OpenInChild(l, opened), RM_OK);
-            EXPECT_TRUE(rmtest::JournalsIn(dir.path()).empty()) << step << " " << opened;
-            ASSERT_EQ(rmtest::Audit(l, {n}), "") << step << " " << opened;
-        }
-    }
-}
-
-// Three processes open the three files of a transaction a dead process
-// left, at the same moment: each settles what it can take, none waits for
-// another, and together they finish it, or discard it everywhere when it
-// was never committed (which the consistency check reports until then).
-TEST(JournalCrash, ThreeProcessesRecoverAtOnce) {
-    NEED_FAULTS();
-    for (const char* step : {"commit", "file1", "journal"}) {
-        rmtest::TempDir dir;
-        Ledger l(dir.path(), 3);
-        l.Create();
-        uint32_t n = rmtest::TransferOver(3, 3);
-        ASSERT_EQ(rmtest::RunTransfers(l, n, step), kKilled);
-        std::vector<std::string> problems;
-        ASSERT_EQ(recman::CheckFile(l.Path(1), problems), RM_OK);
-        ASSERT_EQ(problems.size(), 1u) << step;
-        EXPECT_NE(problems[0].find(std::string(step) == "journal" ? "never committed" : "not yet"),
-                  std::string::npos)
-            << problems[0];
-        int gate[2];
-        ASSERT_EQ(pipe(gate), 0);
-        std::vector<pid_t> pids;
-        for (int i = 0; i < 3; ++i) {
-            pid_t pid = fork();
-            if (pid == 0) {
-                close(gate[1]);
-                char c;
-                if (read(gate[0], &c, 1) != 0) _exit(9);  // released together, by the close
-                rmtest::Handle h(3);
-                _exit(h.Open(l.Path(i)));
+            if (committed) {
+                ASSERT_EQ(rmtest::JournalsIn(dir.path()).size(), 3u);
             }
-            pids.push_back(pid);
+            std::vector<std::string> problems;
+            ASSERT_EQ(recman::CheckFile(l.Path(2), problems), RM_OK);  // its part not yet taken
+            ASSERT_EQ(problems.size(), 1u);
+            EXPECT_NE(problems[0].find(committed ? "not yet applied" : "never committed"),
+                      std::string::npos)
+                << problems[0];
+            if (opened < 3) {
+                EXPECT_EQ(rmtest::OpenInChild(l, opened), RM_OK);
+            } else {
+                int gate[2];
+                ASSERT_EQ(pipe(gate), 0);
+                std::vector<pid_t> pids;
+                for (int i = 0; i < 3; ++i) {
+                    pid_t pid = fork();
+                    if (pid == 0) {
+                        close(gate[1]);
+                        char c;
+                        if (read(gate[0], &c, 1) != 0) _exit(9);  // released together, by the close
+                        rmtest::Handle h(3);
+                        _exit(h.Open(l.Path(i)));
+                    }
+                    pids.push_back(pid);
+                }
+                close(gate[0]);
+                close(gate[1]);
+                for (pid_t pid : pids)
+                    EXPECT_EQ(ExitCode(pid), RM_OK);
+            }
+            EXPECT_TRUE(rmtest::JournalsIn(dir.path()).empty());
+            std::set<uint32_t> present;
+            ASSERT_EQ(rmtest::Audit(l, {}, &present), "");
+            EXPECT_EQ(present.count(n), committed ? 1u : 0u);
         }
-        close(gate[0]);
-        close(gate[1]);
-        for (pid_t pid : pids)
-            EXPECT_EQ(ExitCode(pid), RM_OK) << step;
-        EXPECT_TRUE(rmtest::JournalsIn(dir.path()).empty()) << step;
-        std::set<uint32_t> present;
-        ASSERT_EQ(rmtest::Audit(l, {}, &present), "") << step;
-        EXPECT_EQ(present.count(n), std::string(step) != "journal" ? 1u : 0u) << step;
     }
 }
 

@@ -315,6 +315,7 @@ Answer Model::Position(const Handle& h) const {
 
 Answer Model::Insert(Handle& h, std::vector<uint8_t> data, int keyNum, uint8_t* key) {
     if (data.size() < recLen) return {RM_DATA_BUFFER_TOO_SHORT};
+    if (var && data.size() > RM_MAX_RECORD_LENGTH) return {RM_INVALID_RECORD_LENGTH};
     if (!var) data.resize(recLen);
     const Key* path = nullptr;
     if (keyNum != -1 && !(path = Find(keyNum))) return {RM_INVALID_KEY_NUMBER};
@@ -356,6 +357,7 @@ Answer Model::Insert(Handle& h, std::vector<uint8_t> data, int keyNum, uint8_t* 
 Answer Model::Update(Handle& h, std::vector<uint8_t> data, int keyNum, uint8_t* key) {
     if (h.ph != P::On) return {RM_INVALID_POSITIONING};
     if (data.size() < recLen) return {RM_DATA_BUFFER_TOO_SHORT};
+    if (var && data.size() > RM_MAX_RECORD_LENGTH) return {RM_INVALID_RECORD_LENGTH};
     if (!var) data.resize(recLen);
     const Key* path = nullptr;
     if (keyNum != -1) {

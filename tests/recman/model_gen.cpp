@@ -110,6 +110,8 @@ std::vector<uint8_t> Gen::Record(const rmmodel::Model& m) {
     // now and then, of which it keeps its record length.
     size_t tail =
         size_t(m.var ? (Int(0, 3) == 0 ? 0 : Int(0, 120)) : (Chance(10) ? Int(1, 16) : 0));
+    // Now and then one of the largest length a file takes, or a byte more.
+    if (m.var && Chance(2)) tail = RM_MAX_RECORD_LENGTH - m.recLen + size_t(Int(0, 1));
     std::vector<uint8_t> r(m.recLen + tail, 0);
     static const std::vector<int64_t> ints = {INT32_MIN, -70000, -1,  0,     1,
                                               2,         255,    256, 70000, INT32_MAX};

@@ -1,12 +1,13 @@
 // Drives recman and the in-memory model side by side through long random
 // sequences of operations by one client or several on shared files with
-// mixed key types and flags, and compares every answer: keyed and physical
-// reads with short buffers, key-only reads, record locks of every bias,
-// changes, transactions begun, ended, aborted and reset, indexes created and
-// dropped, extended operations with random filters and extractors, Stat and
-// the walk of every key. A failing run prints its seed; RECMAN_MODEL_SEED
-// replays it, RECMAN_MODEL_OPS sets the length of a run and
-// RECMAN_MODEL_TRACE prints one line an operation.
+// mixed key types and flags, and compares every answer: records up to the
+// largest length and past it, keyed and physical reads with short buffers,
+// key-only reads, record locks of every bias, changes, transactions begun,
+// ended, aborted and reset, indexes created and dropped, extended operations
+// with random filters and extractors, Stat and the walk of every key. A
+// failing run prints its seed; RECMAN_MODEL_SEED replays it, RECMAN_MODEL_OPS
+// sets the length of a run and RECMAN_MODEL_TRACE prints one line an
+// operation.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

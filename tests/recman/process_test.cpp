@@ -172,77 +172,62 @@ INSTANTIATE_TEST_SUITE_P(Load, ConcurrentWriters,
 
 // A transaction holds the file from its first change to its end: other
 // processes' changes answer 84 at once (the library's lock wait takes over),
-// and their plain reads see the file as last committed. The engine is told
-// to wait longer than any run: had a change waited, it would wait for the
-// transaction's end, which comes only after it.
-TEST_F(ProcessTest, TransactionHoldsTheFileAgainstOtherWriters) {
+// their locking reads of any record too, and their plain reads see the file
+// as last committed. The engine is told to wait longer than any run: had a
+// change waited, it would wait for the transaction's end, which comes only
+// after it. Ended, the transaction's changes are there; its process killed,
+// they are not, and nothing of it holds the file.
+TEST_F(ProcessTest, TransactionHoldsTheFileUntilItEndsOrDies) {
     setenv("RECMAN_LOCK_WAIT_MS", "86400000", 1);
-    Pipe ready, finish, ended;
-    pid_t pid = Child([&] {
+    for (bool dies : {true, false}) {
+        SCOPED_TRACE(dies ? "killed" : "ended");
+        Pipe ready, finish, ended;
+        pid_t pid = Child([&] {
+            Handle h;
+            std::vector<uint8_t> rec;
+            if (h.Open(path) || Txn(RM_BEGIN_TRANSACTION + RM_CONCURRENT, h.client())) return 1;
+            if (LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec)) return 3;
+            rec[8] = 42;
+            auto r = Rec(77);
+            if (h.Update(rec) || h.Insert(r)) return 4;
+            ready.Send();
+            finish.Wait();
+            if (Txn(RM_END_TRANSACTION, h.client())) return 5;
+            ended.Send();
+            finish.Wait();
+            return 0;
+        });
+        ready.Wait();
         Handle h;
+        ASSERT_EQ(h.Open(path), RM_OK);
         std::vector<uint8_t> rec;
-        if (h.Open(path) || Txn(RM_BEGIN_TRANSACTION + RM_CONCURRENT, h.client())) return 1;
-        if (LockedRead(h, 1, 0, rec)) return 3;
-        rec[8] = 42;
-        if (h.Update(rec)) return 4;
-        ready.Send();
-        finish.Wait();
-        if (Txn(RM_END_TRANSACTION, h.client())) return 5;
-        ended.Send();
-        finish.Wait();
-        return 0;
-    });
-    ready.Wait();
-    Handle h;
-    ASSERT_EQ(h.Open(path), RM_OK);
-    std::vector<uint8_t> rec;
-    ASSERT_EQ(LockedRead(h, 2, 0, rec), RM_OK);
-    EXPECT_EQ(h.Update(rec), RM_RECORD_LOCKED);
-    EXPECT_EQ(h.Delete(), RM_RECORD_LOCKED);
-    auto fresh = Rec(50);
-    EXPECT_EQ(h.Insert(fresh), RM_RECORD_LOCKED);
-    EXPECT_EQ(LockedRead(h, 3, RM_LOCK_SINGLE_NOWAIT, rec), RM_RECORD_LOCKED);
-    ASSERT_EQ(LockedRead(h, 1, 0, rec), RM_OK);
-    EXPECT_EQ(rec[8], 0);  // not yet committed
-    finish.Send();
-    ended.Wait();
-    ASSERT_EQ(LockedRead(h, 1, 0, rec), RM_OK);
-    EXPECT_EQ(rec[8], 42);
-    EXPECT_EQ(h.Insert(fresh), RM_OK);
-    finish.Send();
-    EXPECT_EQ(ExitCode(pid), 0);
-}
-
-TEST_F(ProcessTest, DeadProcessLeavesNoLockAndNoUncommittedChange) {
-    Pipe ready;
-    pid_t pid = Child([&] {
-        Handle h;
-        std::vector<uint8_t> rec;
-        if (h.Open(path) || Txn(RM_BEGIN_TRANSACTION + RM_CONCURRENT, h.client())) return 1;
-        if (LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec)) return 3;
-        rec[8] = 99;
-        auto r = Rec(77);
-        if (h.Update(rec) || h.Insert(r)) return 4;
-        ready.Send();
-        pause();
-        return 0;
-    });
-    ready.Wait();
-    Handle h;
-    ASSERT_EQ(h.Open(path), RM_OK);
-    std::vector<uint8_t> rec;
-    EXPECT_EQ(LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec), RM_RECORD_LOCKED);
-    EXPECT_EQ(LockedRead(h, 2, RM_LOCK_MULTI_NOWAIT, rec), RM_RECORD_LOCKED);  // file held
-    auto r = Rec(78);
-    EXPECT_EQ(h.Insert(r), RM_RECORD_LOCKED);
-    kill(pid, SIGKILL);
-    ExitCode(pid);
-    EXPECT_EQ(LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec), RM_OK);
-    EXPECT_EQ(rec[8], 0);  // the change never committed
-    rmtest::Put32(h.key(), 77);
-    EXPECT_EQ(h.Get(RM_GET_EQUAL, 0, rec), RM_KEY_NOT_FOUND);
-    EXPECT_EQ(h.Insert(r), RM_OK);
-    EXPECT_EQ(rmtest::Problem(path), "");
+        ASSERT_EQ(LockedRead(h, 2, 0, rec), RM_OK);
+        EXPECT_EQ(h.Update(rec), RM_RECORD_LOCKED);
+        EXPECT_EQ(h.Delete(), RM_RECORD_LOCKED);
+        auto fresh = Rec(50);
+        EXPECT_EQ(h.Insert(fresh), RM_RECORD_LOCKED);
+        EXPECT_EQ(LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec), RM_RECORD_LOCKED);
+        EXPECT_EQ(LockedRead(h, 3, RM_LOCK_SINGLE_NOWAIT, rec), RM_RECORD_LOCKED);
+        ASSERT_EQ(LockedRead(h, 1, 0, rec), RM_OK);
+        EXPECT_EQ(rec[8], 0);  // not yet committed
+        if (dies) {
+            kill(pid, SIGKILL);
+            ExitCode(pid);
+        } else {
+            finish.Send();
+            ended.Wait();
+        }
+        ASSERT_EQ(LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec), RM_OK);
+        EXPECT_EQ(rec[8], dies ? 0 : 42);
+        EXPECT_EQ(LockedRead(h, 77, 0, rec), dies ? RM_KEY_NOT_FOUND : RM_OK);
+        EXPECT_EQ(h.Insert(fresh), RM_OK);
+        ASSERT_EQ(h.Delete(), RM_OK);
+        if (!dies) {
+            finish.Send();
+            EXPECT_EQ(ExitCode(pid), 0);
+        }
+        EXPECT_EQ(rmtest::Problem(path), "");
+    }
 }
 
 // Four processes each add 1 to one counter 500 times, one transaction each.

@@ -66,6 +66,24 @@ std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<Key>& keys, u
     return s;
 }
 
+std::vector<uint8_t> Numbered(uint32_t id, uint16_t length) {
+    std::vector<uint8_t> r(length, 0);
+    Put32(r.data(), id);
+    std::string name = "n" + std::to_string(id % 97);
+    std::memcpy(r.data() + 4, name.data(), name.size());
+    for (size_t i = 20; i < length; ++i)
+        r[i] = uint8_t(id * 131 + i * 7 + 1);
+    return r;
+}
+
+std::vector<uint8_t> NumberedSpec(uint16_t length, uint16_t fileFlags) {
+    constexpr uint16_t EXT = RM_KEY_EXTENDED_TYPE;
+    return Spec(length,
+                {{{1, 4, EXT, RM_TYPE_INTEGER}},
+                 {{5, 16, EXT | RM_KEY_DUPLICATES | RM_KEY_MODIFIABLE, RM_TYPE_ZSTRING}}},
+                fileFlags);
+}
+
 std::array<uint8_t, 16> ClientId(uint16_t number) {
     std::array<uint8_t, 16> id{};
     id[12] = 'T';

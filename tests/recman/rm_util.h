@@ -30,6 +30,12 @@ using Key = std::vector<Seg>;
 std::vector<uint8_t> Spec(uint16_t recordLength, const std::vector<Key>& keys,
                           uint16_t fileFlags = 0, uint16_t pageSize = 4096);
 
+// Records of `length` bytes (20 at least) for tests that need many: the id
+// at 0 (key 0, an integer), a name at 4 (key 1, zstring[16], duplicates),
+// then bytes made from the id. The create spec of a file of them.
+std::vector<uint8_t> Numbered(uint32_t id, uint16_t length);
+std::vector<uint8_t> NumberedSpec(uint16_t length, uint16_t fileFlags = 0);
+
 void Put16(uint8_t* p, uint16_t v);
 void Put32(uint8_t* p, uint32_t v);
 uint16_t Get16(const uint8_t* p);
