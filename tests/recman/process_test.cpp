@@ -275,7 +275,7 @@ TEST_F(ProcessTest, CountersAddUpAcrossProcesses) {
 // such a reading may find faults, or no trees at all, but it is always one
 // that the meta pages tell from a reading of damage.
 TEST_F(ProcessTest, ReadingsRacingCommitsAreToldApart) {
-    constexpr int kWriters = 2, kReadings = 4000;
+    constexpr int kWriters = 2, kReadings = 1500;
     const std::string stop = dir.File("stop");
     Pipe writing;
     std::vector<pid_t> writers;
