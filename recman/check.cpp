@@ -180,21 +180,13 @@ Status Engine::Check(const std::string& path, std::vector<std::string>& problems
     }
     std::shared_ptr<FileEnv> env;
     Status opened = AcquireEnv(path, env);
-    StructureResult structure;
-    for (int attempt = 0;; ++attempt) {
-        // Other writers may commit meanwhile and reuse the pages walked: what
-        // a walk finds counts only when the meta pages stood still through it.
-        structure = CheckStructure(fd, StructureDepth::Full);
-        if ((!structure.status && structure.faults.empty()) ||
-            CheckStructure(fd, StructureDepth::Meta).metas == structure.metas)
-            break;
-        if (attempt == 4) {
-            structure.status = RM_OK;
-            structure.faults = {
-                "the file changed during every reading of its pages, which "
-                "were therefore not checked"};
-            break;
-        }
+    // Other writers may commit meanwhile and reuse the pages walked.
+    StructureResult structure = CheckSettled(fd, StructureDepth::Full, 5);
+    if (!structure.settled) {
+        structure.status = RM_OK;
+        structure.faults = {
+            "the file changed during every reading of its pages, which were "
+            "therefore not checked"};
     }
     ::close(fd);
     if (structure.status) return structure.status;

@@ -83,14 +83,9 @@ Status CheckHeader(int fd) {
     // they never do, live writers are committing to the file through the
     // storage library, and it is left to its own reads (and the records'
     // checksums).
-    constexpr int kReadings = 20;
-    for (int attempt = 0; attempt < kReadings; ++attempt) {
-        StructureResult r = CheckStructure(fd, StructureDepth::Cheap);
-        if (r.status == RM_OK && r.faults.empty()) return RM_OK;
-        if (CheckStructure(fd, StructureDepth::Meta).metas != r.metas) continue;
-        return r.status ? r.status : RM_IO_ERROR;
-    }
-    return RM_OK;
+    StructureResult r = CheckSettled(fd, StructureDepth::Cheap, 20);
+    if (!r.settled || (r.status == RM_OK && r.faults.empty())) return RM_OK;
+    return r.status ? r.status : RM_IO_ERROR;
 }
 
 size_t RoundUp(size_t n, size_t unit) {

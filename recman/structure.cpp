@@ -601,4 +601,16 @@ StructureResult CheckStructure(int fd, StructureDepth depth) {
     return r;
 }
 
+StructureResult CheckSettled(int fd, StructureDepth depth, int readings) {
+    StructureResult r;
+    for (int i = 0; i < readings; ++i) {
+        r = CheckStructure(fd, depth);
+        if ((r.status == 0 && r.faults.empty()) ||
+            CheckStructure(fd, StructureDepth::Meta).metas == r.metas)
+            return r;
+    }
+    r.settled = false;
+    return r;
+}
+
 }  // namespace recman

@@ -34,9 +34,16 @@ struct StructureResult {
     // reading is of one state of the file only if the meta pages read the
     // same after it.
     std::string metas;
+    // False when every reading raced a commit (see CheckSettled).
+    bool settled = true;
 };
 
 // Examines the storage file open for reading at `fd`.
 StructureResult CheckStructure(int fd, StructureDepth depth);
+
+// The same, counting only a reading of one state of the file: a reading that
+// found something while the meta pages changed under it is made again, up to
+// `readings` times in all.
+StructureResult CheckSettled(int fd, StructureDepth depth, int readings);
 
 }  // namespace recman
