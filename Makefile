@@ -1,7 +1,7 @@
 # dbfile: build, test and demo. Missing Debian packages are installed first.
 BUILD    ?= build
 JOBS     ?= $(shell nproc 2>/dev/null || echo 2)
-PACKAGES := cmake g++ make pkg-config liblmdb-dev libgtest-dev libgmock-dev \
+PACKAGES := cmake g++ make pkg-config liblmdb-dev libpq-dev postgresql libgtest-dev libgmock-dev \
             libbenchmark-dev libsqlite3-dev sqlite3 libxml2-dev libinih-dev libcli11-dev clang \
             libclang-rt-14-dev
 # Seconds each fuzzing target runs beyond its seeds: in make fuzz, and in

@@ -122,7 +122,9 @@ enum {
     RM_CONFLICT = 80,
     RM_RECORD_LOCKED = 84,
     RM_INCOMPATIBLE_MODE = 88,
+    RM_SERVER_ERROR = 91, /* the server storage refused a statement */
     RM_INCOMPATIBLE_LOCK = 93,
+    RM_SESSION_INVALID = 95, /* the connection to the server storage was lost */
 
     /* File flags of a create spec. */
     RM_FILE_VAR_LENGTH = 0x0001,
