@@ -19,7 +19,7 @@ namespace {
 
 constexpr char kStateKey[] = "state";
 
-MDB_dbi DbOf(FileEnv& env, ChangeDb db, uint16_t index) {
+Table DbOf(FileEnv& env, ChangeDb db, uint16_t index) {
     switch (db) {
         case ChangeDb::Meta:
             return env.meta();
@@ -28,7 +28,7 @@ MDB_dbi DbOf(FileEnv& env, ChangeDb db, uint16_t index) {
         case ChangeDb::Index:
             return env.Index(index);
     }
-    return 0;
+    return {};
 }
 
 struct Noted {
@@ -54,11 +54,11 @@ bool Plausible(FileEnv& env, const Change& c) {
         case ChangeDb::Records: {
             if (c.keyLen != 4) return false;
             StoredRecord r;
-            return !c.put || DecodeRecord(MDB_val{c.valueLen, const_cast<uint8_t*>(c.value)},
-                                          LoadLe32(c.key), r, env.def().Checksummed());
+            return !c.put || DecodeRecord(ValOf(c.value, c.valueLen), LoadLe32(c.key), r,
+                                          env.def().Checksummed());
         }
         case ChangeDb::Index:
-            return c.keyLen > 0 && c.keyLen <= kMaxEntry && env.Index(c.index) != 0 &&
+            return c.keyLen > 0 && c.keyLen <= kMaxEntry && bool(env.Index(c.index)) &&
                    (!c.put || c.valueLen >= 4);
     }
     return false;
@@ -75,7 +75,7 @@ void ChangeSet::Note(ChangeDb db, uint16_t index, const void* key, size_t n) {
     notes_.append(static_cast<const char*>(key), n);
 }
 
-Status ChangeSet::Collect(FileEnv& env, MDB_txn* txn, std::string& out) const {
+Status ChangeSet::Collect(FileEnv& env, Txn txn, std::string& out) const {
     std::vector<Noted> keys;
     const uint8_t* p = reinterpret_cast<const uint8_t*>(notes_.data());
     for (size_t at = 0; at + 5 <= notes_.size();) {
@@ -88,10 +88,10 @@ Status ChangeSet::Collect(FileEnv& env, MDB_txn* txn, std::string& out) const {
     std::sort(keys.begin(), keys.end());
     keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
     for (const Noted& k : keys) {
-        MDB_dbi dbi = DbOf(env, k.db, k.index);
-        if (dbi == 0) return RM_IO_ERROR;
-        MDB_val key{k.key.size(), const_cast<char*>(k.key.data())}, val;
-        int rc = TableGet(txn, dbi, &key, &val);
+        Table table = DbOf(env, k.db, k.index);
+        if (!table) return RM_IO_ERROR;
+        Val key = ValOf(k.key.data(), k.key.size()), val;
+        int rc = txn.Get(table, &key, &val);
         if (rc != 0 && rc != MDB_NOTFOUND) return StatusOf(rc);
         Change c;
         c.put = rc == 0;
@@ -108,19 +108,19 @@ Status ChangeSet::Collect(FileEnv& env, MDB_txn* txn, std::string& out) const {
     return RM_OK;
 }
 
-Status ReplayChanges(FileEnv& env, MDB_txn* txn, const std::string& changes) {
+Status ReplayChanges(FileEnv& env, Txn txn, const std::string& changes) {
     ChangeReader reader(changes);
     Change c;
     while (reader.Next(c)) {
         if (!Plausible(env, c)) return RM_IO_ERROR;
-        MDB_dbi dbi = DbOf(env, c.db, c.index);
-        MDB_val key{c.keyLen, const_cast<uint8_t*>(c.key)};
+        Table table = DbOf(env, c.db, c.index);
+        Val key = ValOf(c.key, c.keyLen);
         int rc;
         if (c.put) {
-            MDB_val val{c.valueLen, const_cast<uint8_t*>(c.value)};
-            rc = mdb_put(txn, dbi, &key, &val, 0);
+            Val val = ValOf(c.value, c.valueLen);
+            rc = txn.Put(table, &key, &val, 0);
         } else {
-            rc = mdb_del(txn, dbi, &key, nullptr);
+            rc = txn.Del(table, &key);
             if (rc == MDB_NOTFOUND) rc = 0;  // written and removed again inside the transaction
         }
         if (rc != 0) return rc == MDB_BAD_VALSIZE ? RM_IO_ERROR : StatusOf(rc);

@@ -2,14 +2,13 @@
 // a journal can carry their final values; and the replay of those values.
 #pragma once
 
-#include <lmdb.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "recman/filedef.h"
 #include "recman/journal.h"
+#include "recman/kv.h"
 
 namespace recman {
 
@@ -23,7 +22,7 @@ class ChangeSet {
 
     // Encodes the final value of every key noted, as the transaction `txn`
     // on `env` sees it: a put of the value, or a delete when it is gone.
-    Status Collect(FileEnv& env, MDB_txn* txn, std::string& out) const;
+    Status Collect(FileEnv& env, Txn txn, std::string& out) const;
 
   private:
     std::string notes_;  // (db, index, key length, key) one after another
@@ -31,6 +30,6 @@ class ChangeSet {
 
 // Writes encoded changes into `txn`. Answers 2 when they are damaged or name
 // storage the file does not have, kMapFull when the map is full.
-Status ReplayChanges(FileEnv& env, MDB_txn* txn, const std::string& changes);
+Status ReplayChanges(FileEnv& env, Txn txn, const std::string& changes);
 
 }  // namespace recman

@@ -32,7 +32,7 @@ std::string Hex(const void* p, size_t n) {
 // Walks one file inside one read transaction.
 class Checker {
   public:
-    Checker(FileEnv& env, MDB_txn* txn, std::vector<std::string>& out)
+    Checker(FileEnv& env, Txn txn, std::vector<std::string>& out)
         : env_(env), txn_(txn), out_(out) {}
 
     Status Run() {
@@ -42,11 +42,11 @@ class Checker {
         std::map<uint16_t, size_t> expected;  // index id -> records that belong in it
         uint32_t records = 0, highest = 0;
         uint64_t highestSeq = 0;
-        MDB_cursor* c;
-        if (int rc = mdb_cursor_open(txn_, env_.records(), &c)) return StatusOf(rc);
-        MDB_val k, v;
+        Cursor c;
+        if (int rc = c.Open(txn_, env_.records())) return StatusOf(rc);
+        Val k, v;
         int rc;
-        for (rc = CursorGet(c, &k, &v, MDB_FIRST); rc == 0; rc = CursorGet(c, &k, &v, MDB_NEXT)) {
+        for (rc = c.Get(&k, &v, MDB_FIRST); rc == 0; rc = c.Get(&k, &v, MDB_NEXT)) {
             uint32_t address = 0;
             std::memcpy(&address, k.mv_data, 4);
             ++records;
@@ -74,14 +74,13 @@ class Checker {
                 }
                 Entry e;
                 MakeEntry(key, r.data, seq, e);
-                MDB_val ek{e.len, e.bytes}, ev;
-                int grc = TableGet(txn_, env_.Index(key.id), &ek, &ev);
+                Val ek = ValOf(e.bytes, e.len), ev;
+                int grc = txn_.Get(env_.Index(key.id), &ek, &ev);
                 if (grc != 0 || AddressOf(ev) != address)
                     Fault("record " + std::to_string(address) + " missing from key " +
                           std::to_string(key.number));
             }
         }
-        mdb_cursor_close(c);
         if (rc != MDB_NOTFOUND) return StatusOf(rc);
         if (records != state.records)
             Fault("record count " + std::to_string(state.records) + " but " +
@@ -95,15 +94,15 @@ class Checker {
 
   private:
     Status CheckIndex(const KeyDef& key, size_t expected, uint32_t unique) {
-        MDB_cursor* c;
-        if (int rc = mdb_cursor_open(txn_, env_.Index(key.id), &c)) return StatusOf(rc);
-        MDB_val k, v;
+        Cursor c;
+        if (int rc = c.Open(txn_, env_.Index(key.id))) return StatusOf(rc);
+        Val k, v;
         int rc;
         size_t entries = 0;
         uint32_t distinct = 0;
         std::string last;
         std::string name = "key " + std::to_string(key.number);
-        for (rc = CursorGet(c, &k, &v, MDB_FIRST); rc == 0; rc = CursorGet(c, &k, &v, MDB_NEXT)) {
+        for (rc = c.Get(&k, &v, MDB_FIRST); rc == 0; rc = c.Get(&k, &v, MDB_NEXT)) {
             ++entries;
             if (k.mv_size != EntryLength(key)) {
                 Fault(name + " has an entry of the wrong length");
@@ -119,10 +118,10 @@ class Checker {
                 continue;
             }
             uint32_t address = AddressOf(v);
-            MDB_val rk{4, &address}, rv;
+            Val rk = ValOf(&address, 4), rv;
             StoredRecord r;
-            if (TableGet(txn_, env_.records(), &rk, &rv) != 0 ||
-                !DecodeRecord(rv, address, r, checked) || r.length < env_.def().recordLength) {
+            if (txn_.Get(env_.records(), &rk, &rv) != 0 || !DecodeRecord(rv, address, r, checked) ||
+                r.length < env_.def().recordLength) {
                 Fault(name + " entry " + Hex(k.mv_data, k.mv_size) + " points at record " +
                       std::to_string(address) + ", which is missing or damaged");
                 continue;
@@ -141,7 +140,6 @@ class Checker {
                                        std::memcmp(copy.data, r.data, r.length) != 0))
                 Fault(name + " holds a stale copy of record " + std::to_string(address));
         }
-        mdb_cursor_close(c);
         if (rc != MDB_NOTFOUND) return StatusOf(rc);
         if (entries != expected)
             Fault(name + " holds " + std::to_string(entries) + " entries for " +
@@ -155,7 +153,7 @@ class Checker {
     void Fault(std::string s) { out_.push_back(std::move(s)); }
 
     FileEnv& env_;
-    MDB_txn* txn_;
+    Txn txn_;
     std::vector<std::string>& out_;
 };
 
@@ -195,7 +193,7 @@ Status Engine::Check(const std::string& path, std::vector<std::string>& problems
         return RM_OK;
     }
     if (opened) return opened;
-    MDB_txn* txn;
+    Txn txn;
     if (Status st = env->Snapshot(txn)) return st;
     if (Status st = Checker(*env, txn, problems).Run()) return st;
     DescribeJournals(*env, txn, problems);

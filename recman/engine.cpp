@@ -365,7 +365,7 @@ bool Engine::FileInUse(const std::string& path) {
     return !probe.TryLock(kOpenLockByte, true);
 }
 
-Status Engine::ReadTxn(Handle& h, MDB_txn*& txn, bool& shared, const FileState** pending) {
+Status Engine::ReadTxn(Handle& h, Txn& txn, bool& shared, const FileState** pending) {
     Client& c = *h.client;
     if (c.txn.active) {
         // A client reads its own uncommitted changes; in an exclusive
@@ -388,68 +388,57 @@ Status Engine::ReadTxn(Handle& h, MDB_txn*& txn, bool& shared, const FileState**
 
 void Engine::SyncCursors(Handle& h) {
     if (h.cursorGen == h.env->generation()) return;
-    MDB_txn* txn = nullptr;
+    Txn txn;
     if (h.env->Snapshot(txn) != RM_OK) {
         h.CloseCursors();
         return;
     }
-    if (h.idxCursor) {
+    if (h.idxCursor.open()) {
         bool live = false;
         for (const KeyDef& k : h.env->def().keys)
             live = live || k.id == h.idxCursorId;
-        if (!live || mdb_cursor_renew(txn, h.idxCursor) != 0) {
-            mdb_cursor_close(h.idxCursor);
-            h.idxCursor = nullptr;
-        }
+        if (!live)
+            h.idxCursor.Close();
+        else
+            h.idxCursor.Renew(txn);
     }
-    if (h.recCursor && mdb_cursor_renew(txn, h.recCursor) != 0) {
-        mdb_cursor_close(h.recCursor);
-        h.recCursor = nullptr;
-    }
+    if (h.recCursor.open()) h.recCursor.Renew(txn);
     h.idxAtCurrency = h.recAtCurrency = false;
     h.cursorGen = h.env->generation();
 }
 
-Status Engine::IndexCursor(Handle& h, MDB_txn* txn, bool shared, const KeyDef& key,
-                           CursorRef& out) {
+Status Engine::IndexCursor(Handle& h, Txn txn, bool shared, const KeyDef& key, CursorRef& out) {
     if (shared) {
         SyncCursors(h);
-        if (h.idxCursor && h.idxCursorId == key.id) {
-            out.c = h.idxCursor;
+        if (h.idxCursor.open() && h.idxCursorId == key.id) {
+            out.c = &h.idxCursor;
             return RM_OK;
         }
     }
-    MDB_dbi dbi = h.env->Index(key.id);
-    if (dbi == 0) return RM_IO_ERROR;
+    Table index = h.env->Index(key.id);
+    if (!index) return RM_IO_ERROR;
     if (!shared) {
-        out.temp = true;
-        return StatusOf(mdb_cursor_open(txn, dbi, &out.c));
+        out.c = &out.temp;
+        return StatusOf(out.temp.Open(txn, index));
     }
-    if (h.idxCursor) mdb_cursor_close(h.idxCursor);
-    if (int rc = mdb_cursor_open(txn, dbi, &h.idxCursor)) {
-        h.idxCursor = nullptr;
-        return StatusOf(rc);
-    }
+    if (int rc = h.idxCursor.Open(txn, index)) return StatusOf(rc);
     h.idxCursorId = key.id;
     h.idxAtCurrency = false;
-    out.c = h.idxCursor;
+    out.c = &h.idxCursor;
     return RM_OK;
 }
 
-Status Engine::RecordCursor(Handle& h, MDB_txn* txn, bool shared, CursorRef& out) {
+Status Engine::RecordCursor(Handle& h, Txn txn, bool shared, CursorRef& out) {
     if (!shared) {
-        out.temp = true;
-        return StatusOf(mdb_cursor_open(txn, h.env->records(), &out.c));
+        out.c = &out.temp;
+        return StatusOf(out.temp.Open(txn, h.env->records()));
     }
     SyncCursors(h);
-    if (!h.recCursor) {
-        if (int rc = mdb_cursor_open(txn, h.env->records(), &h.recCursor)) {
-            h.recCursor = nullptr;
-            return StatusOf(rc);
-        }
+    if (!h.recCursor.open()) {
+        if (int rc = h.recCursor.Open(txn, h.env->records())) return StatusOf(rc);
         h.recAtCurrency = false;
     }
-    out.c = h.recCursor;
+    out.c = &h.recCursor;
     return RM_OK;
 }
 

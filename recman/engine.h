@@ -83,17 +83,14 @@ class Engine {
 
     // Reading: the transaction a handle reads through, and cursors in it.
     struct CursorRef {
-        MDB_cursor* c = nullptr;
-        bool temp = false;
-        ~CursorRef() {
-            if (temp && c) mdb_cursor_close(c);
-        }
+        Cursor* c = nullptr;
+        Cursor temp;  // a cursor of this call alone, inside a transaction
     };
     // `pending` receives the counters of the client's open transaction on the
     // file, when the read goes through it (they are stored only at its end).
-    Status ReadTxn(Handle& h, MDB_txn*& txn, bool& shared, const FileState** pending = nullptr);
-    Status IndexCursor(Handle& h, MDB_txn* txn, bool shared, const KeyDef& key, CursorRef& out);
-    Status RecordCursor(Handle& h, MDB_txn* txn, bool shared, CursorRef& out);
+    Status ReadTxn(Handle& h, Txn& txn, bool& shared, const FileState** pending = nullptr);
+    Status IndexCursor(Handle& h, Txn txn, bool shared, const KeyDef& key, CursorRef& out);
+    Status RecordCursor(Handle& h, Txn txn, bool shared, CursorRef& out);
     void SyncCursors(Handle& h);
 
     // Writing: inside a transaction through its storage transaction on the
@@ -164,7 +161,7 @@ class Engine {
 
     // Hands a found record to the caller and moves the currency onto it.
     Status Deliver(Request& r, Handle& h, const StoredRecord& rec, const KeyDef* path,
-                   const MDB_val* entry, bool shared);
+                   const Val* entry, bool shared);
 
     std::mutex mu_;
     Keeper* keeper_ = nullptr;  // started on first use; never destroyed
@@ -218,7 +215,7 @@ Status Engine::RunSingleWrite(Handle& h, F&& change) {
     Leftover left;
     Status st = SettleForWrite(env, left);
     for (int attempt = 0; st == RM_OK; ++attempt) {
-        MDB_txn* txn = nullptr;
+        Txn txn;
         FileState state;
         if ((st = env.BeginWrite(txn, state))) break;
         Store store(env, txn);

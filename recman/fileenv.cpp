@@ -54,19 +54,12 @@ std::string IndexName(uint16_t id) {
     return name;
 }
 
-MDB_val Val(const void* p, size_t n) {
-    return MDB_val{n, const_cast<void*>(p)};
-}
-MDB_val Val(const std::string& s) {
-    return Val(s.data(), s.size());
-}
-
 // A value of the file's own table (its description or its state), copied
 // out of the map under the guard; a value too long to be one is damage.
-int ReadMetaValue(MDB_txn* txn, MDB_dbi dbi, const char* key, std::string& copy) {
-    MDB_val k = Val(key, std::strlen(key)), v;
+int ReadMetaValue(Txn txn, const Table& table, const char* key, std::string& copy) {
+    Val k = ValOf(key, std::strlen(key)), v;
     return Guarded([&] {
-        int rc = TableGet(txn, dbi, &k, &v);
+        int rc = txn.Get(table, &k, &v);
         if (rc == 0 && v.mv_size > 65536) rc = MDB_CORRUPTED;
         if (rc == 0) copy.assign(static_cast<const char*>(v.mv_data), v.mv_size);
         return rc;
@@ -261,9 +254,10 @@ Status FileEnv::Init(const std::string& path) {
     return st;
 }
 
-Status FileEnv::LoadState(MDB_txn* txn, FileState& state) {
+Status FileEnv::LoadState(Txn t, FileState& state) {
+    MDB_txn* txn = t.mdb();
     std::string copy;
-    int rc = ReadMetaValue(txn, metaDbi_, kStateKey, copy);
+    int rc = ReadMetaValue(txn, meta(), kStateKey, copy);
     if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
     if (rc == kGuardFault) return Damaged();
     if (rc != 0) return StatusOf(rc);
@@ -287,10 +281,11 @@ Status FileEnv::VerifyBeforeWrite() {
     return RM_OK;
 }
 
-Status FileEnv::ReloadDef(MDB_txn* txn, uint32_t defGen) {
+Status FileEnv::ReloadDef(Txn t, uint32_t defGen) {
+    MDB_txn* txn = t.mdb();
     if (defGen == defGen_) return RM_OK;
     std::string copy;
-    int rc = ReadMetaValue(txn, metaDbi_, kDefKey, copy);
+    int rc = ReadMetaValue(txn, meta(), kDefKey, copy);
     if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
     if (rc == kGuardFault) return Damaged();
     if (rc != 0) return StatusOf(rc);
@@ -329,9 +324,10 @@ Status FileEnv::OpenIndexDbs() {
     return RM_OK;
 }
 
-MDB_dbi FileEnv::Index(uint16_t id) const {
+Table FileEnv::Index(uint16_t id) const {
     auto it = indexDbi_.find(id);
-    return it == indexDbi_.end() ? MDB_dbi(0) : it->second;
+    if (it == indexDbi_.end()) return {};
+    return {Table::Kind::Index, id, it->second};
 }
 
 // A short read transaction of its own. Another process may have grown the
@@ -387,7 +383,7 @@ void FileEnv::SweepSnapshot() {
     used_ = false;
 }
 
-Status FileEnv::Snapshot(MDB_txn*& out) {
+Status FileEnv::Snapshot(Txn& out) {
     used_ = true;
     if (snap_ && snapLive_) {
         MDB_envinfo info;
@@ -429,7 +425,7 @@ Status FileEnv::Snapshot(MDB_txn*& out) {
     return RM_IO_ERROR;
 }
 
-Status FileEnv::BeginWrite(MDB_txn*& out, FileState& state) {
+Status FileEnv::BeginWrite(Txn& out, FileState& state) {
     if (readOnly_) return RM_ACCESS_DENIED;
     if (Status st = VerifyBeforeWrite()) return st;
     // The snapshot is out of date once this write commits, and until then it
@@ -463,7 +459,8 @@ Status FileEnv::BeginWrite(MDB_txn*& out, FileState& state) {
     return RM_IO_ERROR;
 }
 
-Status FileEnv::CommitWrite(MDB_txn* txn, const FileState& state) {
+Status FileEnv::CommitWrite(Txn t, const FileState& state) {
+    MDB_txn* txn = t.mdb();
     if (Status st = PutState(txn, state)) {
         AbortWrite(txn);
         return st;
@@ -471,21 +468,21 @@ Status FileEnv::CommitWrite(MDB_txn* txn, const FileState& state) {
     return Commit(txn);
 }
 
-Status FileEnv::PutState(MDB_txn* txn, const FileState& state) {
+Status FileEnv::PutState(Txn t, const FileState& state) {
     std::string s = state.Serialize();
-    MDB_val k = Val(kStateKey, sizeof(kStateKey) - 1), v = Val(s);
-    return StatusOf(mdb_put(txn, metaDbi_, &k, &v, 0));
+    Val k = ValOf(kStateKey, sizeof(kStateKey) - 1), v = ValOf(s);
+    return StatusOf(t.Put(meta(), &k, &v, 0));
 }
 
-Status FileEnv::PutMark(MDB_txn* txn, const JournalId& id) {
-    MDB_val k = Val(kMarkKey, sizeof(kMarkKey) - 1), v = Val(id.data(), id.size());
-    return StatusOf(mdb_put(txn, metaDbi_, &k, &v, 0));
+Status FileEnv::PutMark(Txn t, const JournalId& id) {
+    Val k = ValOf(kMarkKey, sizeof(kMarkKey) - 1), v = ValOf(id.data(), id.size());
+    return StatusOf(t.Put(meta(), &k, &v, 0));
 }
 
-Status FileEnv::LoadMark(MDB_txn* txn, JournalId& id) {
+Status FileEnv::LoadMark(Txn t, JournalId& id) {
     id.fill(0);
-    MDB_val k = Val(kMarkKey, sizeof(kMarkKey) - 1), v;
-    int rc = TableGet(txn, metaDbi_, &k, &v);
+    Val k = ValOf(kMarkKey, sizeof(kMarkKey) - 1), v;
+    int rc = t.Get(meta(), &k, &v);
     if (rc == MDB_NOTFOUND) return RM_OK;
     if (rc != 0) return StatusOf(rc);
     if (v.mv_size == id.size()) std::memcpy(id.data(), v.mv_data, id.size());
@@ -493,15 +490,15 @@ Status FileEnv::LoadMark(MDB_txn* txn, JournalId& id) {
 }
 
 bool FileEnv::MayHaveJournals() {
-    MDB_txn* txn;
+    Txn txn;
     if (Snapshot(txn) != RM_OK) return true;  // look, to be safe
-    MDB_val k = Val(kMarkKey, sizeof(kMarkKey) - 1), v;
-    return TableGet(txn, metaDbi_, &k, &v) != MDB_NOTFOUND;
+    Val k = ValOf(kMarkKey, sizeof(kMarkKey) - 1), v;
+    return txn.Get(meta(), &k, &v) != MDB_NOTFOUND;
 }
 
 Status FileEnv::AllowJournals() {
     for (int attempt = 0;; ++attempt) {
-        MDB_txn* txn;
+        Txn txn;
         FileState state;
         if (Status st = BeginWrite(txn, state)) return st;
         JournalId none{};
@@ -515,7 +512,8 @@ Status FileEnv::AllowJournals() {
     }
 }
 
-Status FileEnv::Commit(MDB_txn* txn) {
+Status FileEnv::Commit(Txn t) {
+    MDB_txn* txn = t.mdb();
     uint64_t id = mdb_txn_id(txn);
     int rc = mdb_txn_commit(txn);
     if (rc != 0) {
@@ -546,7 +544,8 @@ Status FileEnv::SyncNow() {
     return RM_OK;
 }
 
-void FileEnv::AbortWrite(MDB_txn* txn) {
+void FileEnv::AbortWrite(Txn t) {
+    MDB_txn* txn = t.mdb();
     mdb_txn_abort(txn);
     if (defTouched_) {
         // Database handles opened or dropped inside the aborted transaction are
@@ -557,18 +556,19 @@ void FileEnv::AbortWrite(MDB_txn* txn) {
     }
 }
 
-Status FileEnv::StoreDef(MDB_txn* txn, FileDef def, FileState& state) {
+Status FileEnv::StoreDef(Txn t, FileDef def, FileState& state) {
     std::string s = SerializeDef(def);
-    MDB_val k = Val(kDefKey, sizeof(kDefKey) - 1), v = Val(s);
+    Val k = ValOf(kDefKey, sizeof(kDefKey) - 1), v = ValOf(s);
     defTouched_ = true;
-    if (int rc = mdb_put(txn, metaDbi_, &k, &v, 0)) return StatusOf(rc);
+    if (int rc = t.Put(meta(), &k, &v, 0)) return StatusOf(rc);
     state.defGen++;
     def_ = std::move(def);
     defGen_ = state.defGen;
     return RM_OK;
 }
 
-Status FileEnv::CreateIndexDb(MDB_txn* txn, uint16_t id) {
+Status FileEnv::CreateIndexDb(Txn t, uint16_t id) {
+    MDB_txn* txn = t.mdb();
     MDB_dbi dbi;
     defTouched_ = true;
     if (int rc = mdb_dbi_open(txn, IndexName(id).c_str(), MDB_CREATE, &dbi)) return StatusOf(rc);
@@ -576,7 +576,8 @@ Status FileEnv::CreateIndexDb(MDB_txn* txn, uint16_t id) {
     return RM_OK;
 }
 
-Status FileEnv::DropIndexDb(MDB_txn* txn, uint16_t id) {
+Status FileEnv::DropIndexDb(Txn t, uint16_t id) {
+    MDB_txn* txn = t.mdb();
     auto it = indexDbi_.find(id);
     if (it == indexDbi_.end()) return RM_IO_ERROR;
     defTouched_ = true;
@@ -604,8 +605,8 @@ Status FileEnv::CreateFile(const std::string& path, const FileDef& def) {
         for (const KeyDef& k : def.keys)
             if (rc == 0) rc = mdb_dbi_open(txn, IndexName(k.id).c_str(), MDB_CREATE, &idx);
         std::string d = SerializeDef(def), s = FileState{}.Serialize();
-        MDB_val dk = Val(kDefKey, sizeof(kDefKey) - 1), dv = Val(d);
-        MDB_val sk = Val(kStateKey, sizeof(kStateKey) - 1), sv = Val(s);
+        Val dk = ValOf(kDefKey, sizeof(kDefKey) - 1), dv = ValOf(d);
+        Val sk = ValOf(kStateKey, sizeof(kStateKey) - 1), sv = ValOf(s);
         if (rc == 0) rc = mdb_put(txn, meta, &dk, &dv, 0);
         if (rc == 0) rc = mdb_put(txn, meta, &sk, &sv, 0);
         if (rc == 0)

@@ -15,6 +15,7 @@
 
 #include "recman/filedef.h"
 #include "recman/journal.h"
+#include "recman/kv.h"
 #include "recman/oslock.h"
 
 namespace recman {
@@ -64,14 +65,15 @@ class FileEnv {
 
     // The definition as of the last transaction that looked at the file.
     const FileDef& def() const { return def_; }
-    MDB_dbi records() const { return recDbi_; }
-    MDB_dbi meta() const { return metaDbi_; }
-    MDB_dbi Index(uint16_t id) const;
+    Table records() const { return {Table::Kind::Records, 0, recDbi_}; }
+    Table meta() const { return {Table::Kind::Meta, 0, metaDbi_}; }
+    // The index of key `id`; none when the file has no such index.
+    Table Index(uint16_t id) const;
 
     // A read snapshot of the latest committed state, shared by every reader
     // that is not inside its own write. Renewed when someone has committed
     // since; generation() changes with every renewal.
-    Status Snapshot(MDB_txn*& out);
+    Status Snapshot(Txn& out);
     uint64_t generation() const { return gen_; }
     // True when someone has committed since the snapshot began.
     bool SnapshotStale() const;
@@ -81,17 +83,17 @@ class FileEnv {
     void SweepSnapshot();
 
     // Write transactions. The caller holds the file's writer slot.
-    Status BeginWrite(MDB_txn*& out, FileState& state);
-    Status CommitWrite(MDB_txn* txn, const FileState& state);
-    void AbortWrite(MDB_txn* txn);
+    Status BeginWrite(Txn& out, FileState& state);
+    Status CommitWrite(Txn txn, const FileState& state);
+    void AbortWrite(Txn txn);
     // A commit in parts, for transactions that span files: the counters and
     // the mark of the journal being applied go in, then the commit (which
     // ends the transaction, whatever it answers).
-    Status PutState(MDB_txn* txn, const FileState& state);
-    Status PutMark(MDB_txn* txn, const JournalId& id);
-    Status Commit(MDB_txn* txn);
+    Status PutState(Txn txn, const FileState& state);
+    Status PutMark(Txn txn, const JournalId& id);
+    Status Commit(Txn txn);
     // The mark of the last journal applied to the file (zeros when none).
-    Status LoadMark(MDB_txn* txn, JournalId& id);
+    Status LoadMark(Txn txn, JournalId& id);
     // Whether journals may lie beside the file: it carries a mark (zeros
     // until a journal is applied) from the first time a transaction took
     // it, before any journal can name it. Files without one are not looked
@@ -99,7 +101,7 @@ class FileEnv {
     bool MayHaveJournals();
     Status AllowJournals();
     // The file's last commit as a write transaction sees it.
-    static uint64_t BaseOf(MDB_txn* txn) { return uint64_t(mdb_txn_id(txn)) - 1; }
+    static uint64_t BaseOf(Txn txn) { return txn.Id() - 1; }
     // The last commit of the file, by any process.
     uint64_t LastCommit() const;
 
@@ -113,12 +115,12 @@ class FileEnv {
     Status Grow();
 
     // Definition changes made inside a write transaction.
-    Status StoreDef(MDB_txn* txn, FileDef def, FileState& state);
-    Status CreateIndexDb(MDB_txn* txn, uint16_t id);
-    Status DropIndexDb(MDB_txn* txn, uint16_t id);
+    Status StoreDef(Txn txn, FileDef def, FileState& state);
+    Status CreateIndexDb(Txn txn, uint16_t id);
+    Status DropIndexDb(Txn txn, uint16_t id);
 
     // Reads the counters as a transaction sees them.
-    Status LoadState(MDB_txn* txn, FileState& state);
+    Status LoadState(Txn txn, FileState& state);
 
     // Writers queue for the writer slot: a change outside a transaction holds
     // the queue for its whole commit, a transaction only while it takes the
@@ -152,7 +154,7 @@ class FileEnv {
   private:
     FileEnv() = default;
     Status Init(const std::string& path);
-    Status ReloadDef(MDB_txn* txn, uint32_t defGen);
+    Status ReloadDef(Txn txn, uint32_t defGen);
     Status OpenIndexDbs();
     Status AdoptMapSize();
     Status BeginRead(MDB_txn*& txn);

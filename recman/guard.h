@@ -24,22 +24,6 @@ int Guarded(F&& f) {
     return RunGuarded([](void* c) -> int { return (*static_cast<Fn*>(c))(); }, &f);
 }
 
-// The storage library's reads, answering damage where the library answers
-// success without a value: a page damaged into a kind its table never has
-// (a fixed-size duplicate page in a plain table) gives a key and leaves the
-// value as it was.
-inline int CursorGet(MDB_cursor* c, MDB_val* k, MDB_val* v, MDB_cursor_op op) {
-    *v = MDB_val{0, nullptr};
-    int rc = mdb_cursor_get(c, k, v, op);
-    return rc == 0 && !v->mv_data ? MDB_CORRUPTED : rc;
-}
-
-inline int TableGet(MDB_txn* txn, MDB_dbi dbi, MDB_val* k, MDB_val* v) {
-    *v = MDB_val{0, nullptr};
-    int rc = mdb_get(txn, dbi, k, v);
-    return rc == 0 && !v->mv_data ? MDB_CORRUPTED : rc;
-}
-
 // The storage library's assertion handler: inside a guarded call, a fault.
 void OnStorageAssert(MDB_env* env, const char* message);
 

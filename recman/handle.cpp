@@ -30,16 +30,16 @@ void Handle::ReleaseAllLocks() {
 }
 
 void Handle::CloseCursors() {
-    if (idxCursor) mdb_cursor_close(idxCursor);
-    if (recCursor) mdb_cursor_close(recCursor);
-    idxCursor = recCursor = nullptr;
+    idxCursor.Close();
+    recCursor.Close();
     idxAtCurrency = recAtCurrency = false;
 }
 
 void Handle::Abandon() {
     lock.Abandon();
     locks.clear();
-    idxCursor = recCursor = nullptr;
+    idxCursor.Abandon();
+    recCursor.Abandon();
 }
 
 }  // namespace recman

@@ -1,8 +1,6 @@
 // Clients and their open handles: currency, locks and read cursors.
 #pragma once
 
-#include <lmdb.h>
-
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -10,6 +8,7 @@
 #include <vector>
 
 #include "recman/fileenv.h"
+#include "recman/kv.h"
 #include "recman/oslock.h"
 #include "recman/store.h"
 
@@ -53,9 +52,9 @@ struct Handle {
 
     // Cursors over the file's shared read snapshot, kept between calls so that
     // a walk through a path continues where it stopped.
-    MDB_cursor* idxCursor = nullptr;
+    Cursor idxCursor;
     uint16_t idxCursorId = 0;
-    MDB_cursor* recCursor = nullptr;
+    Cursor recCursor;
     uint64_t cursorGen = 0;
     bool idxAtCurrency = false;  // idxCursor rests on the logical currency's entry
     bool recAtCurrency = false;  // recCursor rests on the physical currency's record
@@ -75,7 +74,7 @@ using ClientKey = std::array<uint8_t, 16>;
 // transaction that collects the client's changes to it.
 struct TxnFile {
     std::shared_ptr<FileEnv> env;
-    MDB_txn* txn = nullptr;
+    Txn txn;
     FileState state;
     Status doomed = 0;      // a failure left the changes incomplete: only Abort remains
     ChangeSet changes;      // keys written, for a journal should the transaction span files

@@ -16,7 +16,7 @@ Status Engine::Extended(Request& r) {
     Handle* h = HandleOf(r, st);
     if (!h) return st;
     if (!r.data || !r.dataLen) return RM_DATA_BUFFER_TOO_SHORT;
-    MDB_txn* txn;
+    Txn txn;
     bool shared;
     if ((st = ReadTxn(*h, txn, shared))) return st;
     const FileDef& def = h->env->def();
@@ -45,7 +45,7 @@ Status Engine::Extended(Request& r) {
     uint32_t address = h->cur.address;
     const void* at = physical ? static_cast<const void*>(&address) : h->cur.entry.bytes;
     size_t atLen = physical ? 4 : h->cur.entry.len;
-    MDB_val k, v;
+    Val k, v;
     const bool checked = def.Checksummed();
     // Positions the cursor (first: where the scan starts, else the next
     // record) and reads what it finds, guarded against damaged pages: the
@@ -56,16 +56,16 @@ Status Engine::Extended(Request& r) {
         bool intact = true;
         int g = Guarded([&] {
             if (!first) {
-                rc1 = CursorGet(c.c, &k, &v, forward ? MDB_NEXT : MDB_PREV);
+                rc1 = c.c->Get(&k, &v, forward ? MDB_NEXT : MDB_PREV);
             } else if (d.useCurrent && pos == Pos::On) {
-                rc1 = forward ? SeekFirstAtOrAfter(c.c, at, atLen, k, v)
-                              : SeekLastAtOrBefore(c.c, at, atLen, atLen, k, v);
+                rc1 = forward ? SeekFirstAtOrAfter(*c.c, at, atLen, k, v)
+                              : SeekLastAtOrBefore(*c.c, at, atLen, atLen, k, v);
             } else if (forward) {
-                rc1 = pos == Pos::Before ? SeekFirstAtOrAfter(c.c, at, atLen, k, v)
-                                         : SeekFirstAfter(c.c, at, atLen, atLen, k, v);
+                rc1 = pos == Pos::Before ? SeekFirstAtOrAfter(*c.c, at, atLen, k, v)
+                                         : SeekFirstAfter(*c.c, at, atLen, atLen, k, v);
             } else {
-                rc1 = pos == Pos::After ? SeekLastAtOrBefore(c.c, at, atLen, atLen, k, v)
-                                        : SeekLastBefore(c.c, at, atLen, k, v);
+                rc1 = pos == Pos::After ? SeekLastAtOrBefore(*c.c, at, atLen, atLen, k, v)
+                                        : SeekLastBefore(*c.c, at, atLen, k, v);
             }
             if (rc1 != 0) return 0;
             TouchPage(k.mv_data, page);
@@ -77,9 +77,8 @@ Status Engine::Extended(Request& r) {
                 intact = DecodeClustered(k, v, rec, checked);
             } else {
                 uint32_t a = AddressOf(v);
-                MDB_val rk{4, &a}, rv;
-                intact = EntryIntact(k, v, checked) &&
-                         CursorGet(rc.c, &rk, &rv, MDB_SET_KEY) == 0 &&
+                Val rk = ValOf(&a, 4), rv;
+                intact = EntryIntact(k, v, checked) && rc.c->Get(&rk, &rv, MDB_SET_KEY) == 0 &&
                          DecodeRecord(rv, a, rec, checked);
             }
             return 0;
@@ -95,7 +94,7 @@ Status Engine::Extended(Request& r) {
     std::vector<uint32_t> taken;  // locks this call took
     bool examined = false;
     uint32_t lastAddress = 0, lastVersion = 0;
-    MDB_val lastKey{0, nullptr};
+    Val lastKey{0, nullptr};
     Status result = RM_OK;
     for (;;) {
         int rc1 = 0;

@@ -64,7 +64,7 @@ Status Engine::Open(Request& r) {
     // A transaction that a dead process left half done is finished (or
     // discarded) before anyone sees the file.
     if (Status st = RecoverOnOpen(env)) return st;
-    MDB_txn* txn;
+    Txn txn;
     if (Status st = env->Snapshot(txn)) return st;  // brings the definition up to date
     const FileDef& d = env->def();
     if (!d.owner.empty()) {
@@ -152,7 +152,7 @@ Status Engine::Stat(Request& r) {
     Status st;
     Handle* h = HandleOf(r, st);
     if (!h) return st;
-    MDB_txn* txn;
+    Txn txn;
     bool shared;
     const FileState* pending;
     if ((st = ReadTxn(*h, txn, shared, &pending))) return st;

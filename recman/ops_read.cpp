@@ -17,9 +17,9 @@ Status NotFound(int rc, Status whenAbsent) {
 }
 
 // Fetches the record at `address` through `c`, leaving the cursor on it.
-Status FetchRecord(MDB_cursor* c, uint32_t address, StoredRecord& rec, bool checked) {
-    MDB_val k{4, &address}, v;
-    int rc = CursorGet(c, &k, &v, MDB_SET_KEY);
+Status FetchRecord(Cursor& c, uint32_t address, StoredRecord& rec, bool checked) {
+    Val k = ValOf(&address, 4), v;
+    int rc = c.Get(&k, &v, MDB_SET_KEY);
     if (rc == MDB_NOTFOUND) return RM_INVALID_RECORD_ADDRESS;
     if (rc != 0) return StatusOf(rc);
     return DecodeRecord(v, address, rec, checked) ? RM_OK : RM_IO_ERROR;
@@ -28,7 +28,7 @@ Status FetchRecord(MDB_cursor* c, uint32_t address, StoredRecord& rec, bool chec
 }  // namespace
 
 Status Engine::Deliver(Request& r, Handle& h, const StoredRecord& rec, const KeyDef* path,
-                       const MDB_val* entry, bool shared) {
+                       const Val* entry, bool shared) {
     if (r.lock)
         if (Status st = TakeLock(h, rec.address, r.lock, shared)) return st;
     Status st = RM_OK;
@@ -57,7 +57,7 @@ Status Engine::GetKeyed(Request& r) {
     Status st;
     Handle* h = HandleOf(r, st);
     if (!h) return st;
-    MDB_txn* txn;
+    Txn txn;
     bool shared;
     if ((st = ReadTxn(*h, txn, shared))) return st;
     const KeyDef* key = h->env->def().FindKey(r.keyNum);
@@ -78,7 +78,7 @@ Status Engine::GetKeyed(Request& r) {
     size_t entryLen = EntryLength(*key);
     uint8_t sk[RM_MAX_KEY_LENGTH];
     if (r.op != RM_GET_FIRST && r.op != RM_GET_LAST && !step) SortKeyFromKeyBuffer(*key, r.key, sk);
-    MDB_val k, v;
+    Val k, v;
     int rc;
     const Entry& e = h->cur.entry;
     bool checked = h->env->def().Checksummed();
@@ -89,43 +89,43 @@ Status Engine::GetKeyed(Request& r) {
     int g = Guarded([&] {
         switch (r.op) {
             case RM_GET_EQUAL:
-                rc = SeekFirstAtOrAfter(c.c, sk, key->length, k, v);
+                rc = SeekFirstAtOrAfter(*c.c, sk, key->length, k, v);
                 if (rc == 0 && (k.mv_size < key->length || std::memcmp(k.mv_data, sk, key->length)))
                     rc = MDB_NOTFOUND;
                 break;
             case RM_GET_GREATER:
-                rc = SeekFirstAfter(c.c, sk, key->length, entryLen, k, v);
+                rc = SeekFirstAfter(*c.c, sk, key->length, entryLen, k, v);
                 break;
             case RM_GET_GREATER_OR_EQUAL:
-                rc = SeekFirstAtOrAfter(c.c, sk, key->length, k, v);
+                rc = SeekFirstAtOrAfter(*c.c, sk, key->length, k, v);
                 break;
             case RM_GET_LESS:
-                rc = SeekLastBefore(c.c, sk, key->length, k, v);
+                rc = SeekLastBefore(*c.c, sk, key->length, k, v);
                 break;
             case RM_GET_LESS_OR_EQUAL:
-                rc = SeekLastAtOrBefore(c.c, sk, key->length, entryLen, k, v);
+                rc = SeekLastAtOrBefore(*c.c, sk, key->length, entryLen, k, v);
                 break;
             case RM_GET_FIRST:
-                rc = CursorGet(c.c, &k, &v, MDB_FIRST);
+                rc = c.c->Get(&k, &v, MDB_FIRST);
                 break;
             case RM_GET_LAST:
-                rc = CursorGet(c.c, &k, &v, MDB_LAST);
+                rc = c.c->Get(&k, &v, MDB_LAST);
                 break;
             case RM_GET_NEXT:
                 if (shared && h->idxAtCurrency && h->cur.logical == Pos::On)
-                    rc = CursorGet(c.c, &k, &v, MDB_NEXT);
+                    rc = c.c->Get(&k, &v, MDB_NEXT);
                 else if (h->cur.logical == Pos::Before)
-                    rc = SeekFirstAtOrAfter(c.c, e.bytes, e.len, k, v);
+                    rc = SeekFirstAtOrAfter(*c.c, e.bytes, e.len, k, v);
                 else
-                    rc = SeekFirstAfter(c.c, e.bytes, e.len, e.len, k, v);
+                    rc = SeekFirstAfter(*c.c, e.bytes, e.len, e.len, k, v);
                 break;
             default:  // RM_GET_PREVIOUS
                 if (shared && h->idxAtCurrency && h->cur.logical == Pos::On)
-                    rc = CursorGet(c.c, &k, &v, MDB_PREV);
+                    rc = c.c->Get(&k, &v, MDB_PREV);
                 else if (h->cur.logical == Pos::After)
-                    rc = SeekLastAtOrBefore(c.c, e.bytes, e.len, e.len, k, v);
+                    rc = SeekLastAtOrBefore(*c.c, e.bytes, e.len, e.len, k, v);
                 else
-                    rc = SeekLastBefore(c.c, e.bytes, e.len, k, v);
+                    rc = SeekLastBefore(*c.c, e.bytes, e.len, k, v);
                 break;
         }
         if (rc != 0) return 0;
@@ -135,7 +135,7 @@ Status Engine::GetKeyed(Request& r) {
         } else if (!EntryIntact(k, v, checked)) {
             found = RM_IO_ERROR;
         } else {
-            found = FetchRecord(rc2.c, AddressOf(v), rec, checked);
+            found = FetchRecord(*rc2.c, AddressOf(v), rec, checked);
             // An entry pointing at no record is damage as well.
             if (found == RM_INVALID_RECORD_ADDRESS) found = RM_IO_ERROR;
         }
@@ -173,32 +173,32 @@ Status Engine::Step(Request& r) {
     if (!r.data || !r.dataLen) return RM_DATA_BUFFER_TOO_SHORT;
     bool next = r.op == RM_STEP_NEXT, prev = r.op == RM_STEP_PREVIOUS;
     if ((next || prev) && h->cur.physical == Pos::None) return RM_INVALID_POSITIONING;
-    MDB_txn* txn;
+    Txn txn;
     bool shared;
     if ((st = ReadTxn(*h, txn, shared))) return st;
     CursorRef c;
     if ((st = RecordCursor(*h, txn, shared, c))) return st;
     bool atCurrency = shared && h->cur.physical == Pos::On && h->recAtCurrency;
     uint32_t at = h->cur.address;
-    MDB_val k, v;
+    Val k, v;
     int rc;
     StoredRecord rec;
     bool intact = true;
     int g = Guarded([&] {
         if (r.op == RM_STEP_FIRST)
-            rc = CursorGet(c.c, &k, &v, MDB_FIRST);
+            rc = c.c->Get(&k, &v, MDB_FIRST);
         else if (r.op == RM_STEP_LAST)
-            rc = CursorGet(c.c, &k, &v, MDB_LAST);
+            rc = c.c->Get(&k, &v, MDB_LAST);
         else if (next && atCurrency)
-            rc = CursorGet(c.c, &k, &v, MDB_NEXT);
+            rc = c.c->Get(&k, &v, MDB_NEXT);
         else if (prev && atCurrency)
-            rc = CursorGet(c.c, &k, &v, MDB_PREV);
+            rc = c.c->Get(&k, &v, MDB_PREV);
         else if (next)
-            rc = h->cur.physical == Pos::Before ? SeekFirstAtOrAfter(c.c, &at, 4, k, v)
-                                                : SeekFirstAfter(c.c, &at, 4, 4, k, v);
+            rc = h->cur.physical == Pos::Before ? SeekFirstAtOrAfter(*c.c, &at, 4, k, v)
+                                                : SeekFirstAfter(*c.c, &at, 4, 4, k, v);
         else
-            rc = h->cur.physical == Pos::After ? SeekLastAtOrBefore(c.c, &at, 4, 4, k, v)
-                                               : SeekLastBefore(c.c, &at, 4, k, v);
+            rc = h->cur.physical == Pos::After ? SeekLastAtOrBefore(*c.c, &at, 4, 4, k, v)
+                                               : SeekLastBefore(*c.c, &at, 4, k, v);
         if (rc == 0) {
             if (next || prev) TouchPage(k.mv_data, h->touchedPage);
             uint32_t address = 0;
@@ -227,7 +227,7 @@ Status Engine::GetDirect(Request& r) {
     Handle* h = HandleOf(r, st);
     if (!h) return st;
     if (!r.data || r.DataLen() < 4) return RM_DATA_BUFFER_TOO_SHORT;
-    MDB_txn* txn;
+    Txn txn;
     bool shared;
     if ((st = ReadTxn(*h, txn, shared))) return st;
     const KeyDef* key = h->env->def().FindKey(r.keyNum);
@@ -239,13 +239,14 @@ Status Engine::GetDirect(Request& r) {
     h->idxAtCurrency = h->recAtCurrency = false;
     uint32_t address = LoadLe32(r.data);
     bool checked = h->env->def().Checksummed();
-    if (Guarded([&] { return st = FetchRecord(c.c, address, rec, checked), 0; })) return Damage(*h);
+    if (Guarded([&] { return st = FetchRecord(*c.c, address, rec, checked), 0; }))
+        return Damage(*h);
     if (st == RM_IO_ERROR) return Damage(*h);
     if (st) return st;
     Entry e;
     bool inPath = !ExcludedFromIndex(*key, rec.data);
     if (inPath) MakeEntry(*key, rec.data, rec.SeqOf(key->id), e);
-    MDB_val ev{e.len, e.bytes};
+    Val ev = ValOf(e.bytes, e.len);
     st = Deliver(r, *h, rec, inPath ? key : nullptr, inPath ? &ev : nullptr, shared);
     h->recAtCurrency = shared && (st == RM_OK || st == RM_DATA_BUFFER_TOO_SHORT);
     return st;

@@ -25,7 +25,7 @@ Status ApplyJournalFile(FileEnv& env, const Journal& j, size_t i, uint64_t& appl
     now = false;
     applied = f.baseTxn + 1;
     for (int attempt = 0;; ++attempt) {
-        MDB_txn* txn = nullptr;
+        Txn txn;
         FileState state;
         if (Status st = env.BeginWrite(txn, state)) return st;
         uint64_t last = FileEnv::BaseOf(txn);
@@ -122,7 +122,7 @@ Status SettleJournals(FileEnv& env, Retire retire, Leftover& left,
     return st;
 }
 
-void DescribeJournals(FileEnv& env, MDB_txn* txn, std::vector<std::string>& problems) {
+void DescribeJournals(FileEnv& env, Txn txn, std::vector<std::string>& problems) {
     const std::string& file = env.canonicalPath();
     for (const std::string& n : SidecarsOf(file)) {
         FoundJournal f = ReadFound(file, n);
@@ -137,7 +137,7 @@ void DescribeJournals(FileEnv& env, MDB_txn* txn, std::vector<std::string>& prob
             continue;
         }
         const JournalFile& jf = f.journal.files[size_t(f.self)];
-        uint64_t last = mdb_txn_id(txn);
+        uint64_t last = txn.Id();
         JournalId mark;
         FileState state;
         if (env.LoadMark(txn, mark) || env.LoadState(txn, state)) {

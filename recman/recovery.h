@@ -40,6 +40,6 @@ Status ApplyJournalFile(FileEnv& env, const Journal& j, size_t i, uint64_t& appl
 
 // What a consistency check reports of the journals beside the file, as seen
 // from the read transaction `txn`.
-void DescribeJournals(FileEnv& env, MDB_txn* txn, std::vector<std::string>& problems);
+void DescribeJournals(FileEnv& env, Txn txn, std::vector<std::string>& problems);
 
 }  // namespace recman

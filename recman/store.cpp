@@ -16,15 +16,11 @@ namespace {
 constexpr size_t kHeader = 5;
 constexpr size_t kSeqPair = 10;
 
-MDB_val Val(const void* p, size_t n) {
-    return MDB_val{n, const_cast<void*>(p)};
-}
-
-bool StartsWith(const MDB_val& k, const void* x, size_t n) {
+bool StartsWith(const Val& k, const void* x, size_t n) {
     return k.mv_size >= n && std::memcmp(k.mv_data, x, n) == 0;
 }
 
-bool Equals(const MDB_val& k, const void* x, size_t n) {
+bool Equals(const Val& k, const void* x, size_t n) {
     return k.mv_size == n && std::memcmp(k.mv_data, x, n) == 0;
 }
 
@@ -51,7 +47,7 @@ uint32_t ValueCrc(const void* key, size_t keyLen, const uint8_t* value, size_t n
     return Crc32c(key, keyLen, value, n);
 }
 
-bool ChecksumHolds(const void* key, size_t keyLen, const MDB_val& v) {
+bool ChecksumHolds(const void* key, size_t keyLen, const Val& v) {
     if (v.mv_size < kChecksumSize) return false;
     const uint8_t* p = static_cast<const uint8_t*>(v.mv_data);
     size_t n = v.mv_size - kChecksumSize;
@@ -60,7 +56,7 @@ bool ChecksumHolds(const void* key, size_t keyLen, const MDB_val& v) {
 
 }  // namespace
 
-bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out, bool checked) {
+bool DecodeRecord(const Val& v, uint32_t address, StoredRecord& out, bool checked) {
     const uint8_t* p = static_cast<const uint8_t*>(v.mv_data);
     size_t size = v.mv_size;
     if (checked) {
@@ -82,7 +78,7 @@ bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out, bool ch
     return true;
 }
 
-bool DecodeClustered(const MDB_val& k, const MDB_val& v, StoredRecord& out, bool checked) {
+bool DecodeClustered(const Val& k, const Val& v, StoredRecord& out, bool checked) {
     size_t size = v.mv_size;
     if (checked) {
         if (!ChecksumHolds(k.mv_data, k.mv_size, v)) return false;
@@ -99,7 +95,7 @@ bool DecodeClustered(const MDB_val& k, const MDB_val& v, StoredRecord& out, bool
     return true;
 }
 
-bool EntryIntact(const MDB_val& k, const MDB_val& v, bool checked) {
+bool EntryIntact(const Val& k, const Val& v, bool checked) {
     if (!checked) return v.mv_size == 4;
     return v.mv_size == 4 + kChecksumSize && ChecksumHolds(k.mv_data, k.mv_size, v);
 }
@@ -113,13 +109,12 @@ void MakeEntry(const KeyDef& key, const uint8_t* record, uint64_t seq, Entry& ou
     }
 }
 
-int SeekFirstAtOrAfter(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v) {
-    k = Val(x, n);
-    return CursorGet(c, &k, &v, MDB_SET_RANGE);
+int SeekFirstAtOrAfter(Cursor& c, const void* x, size_t n, Val& k, Val& v) {
+    k = ValOf(x, n);
+    return c.Get(&k, &v, MDB_SET_RANGE);
 }
 
-int SeekFirstAfter(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k,
-                   MDB_val& v) {
+int SeekFirstAfter(Cursor& c, const void* x, size_t n, size_t entryLen, Val& k, Val& v) {
     // A sort form alone stands for all its entries: skip them by padding the
     // sequence part with the highest value, which no entry carries.
     uint8_t buf[kMaxEntry];
@@ -127,38 +122,37 @@ int SeekFirstAfter(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_
     if (len > sizeof(buf)) return EINVAL;
     std::memcpy(buf, x, n);
     std::memset(buf + n, 0xFF, len - n);
-    k = Val(buf, len);
-    int rc = CursorGet(c, &k, &v, MDB_SET_RANGE);
-    if (rc == 0 && Equals(k, buf, len)) rc = CursorGet(c, &k, &v, MDB_NEXT);
+    k = ValOf(buf, len);
+    int rc = c.Get(&k, &v, MDB_SET_RANGE);
+    if (rc == 0 && Equals(k, buf, len)) rc = c.Get(&k, &v, MDB_NEXT);
     return rc;
 }
 
-int SeekLastBefore(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v) {
-    k = Val(x, n);
-    int rc = CursorGet(c, &k, &v, MDB_SET_RANGE);
-    if (rc == MDB_NOTFOUND) return CursorGet(c, &k, &v, MDB_LAST);
+int SeekLastBefore(Cursor& c, const void* x, size_t n, Val& k, Val& v) {
+    k = ValOf(x, n);
+    int rc = c.Get(&k, &v, MDB_SET_RANGE);
+    if (rc == MDB_NOTFOUND) return c.Get(&k, &v, MDB_LAST);
     if (rc != 0) return rc;
-    return CursorGet(c, &k, &v, MDB_PREV);
+    return c.Get(&k, &v, MDB_PREV);
 }
 
-int SeekLastAtOrBefore(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k,
-                       MDB_val& v) {
+int SeekLastAtOrBefore(Cursor& c, const void* x, size_t n, size_t entryLen, Val& k, Val& v) {
     uint8_t buf[kMaxEntry];
     size_t len = std::max(n, entryLen);
     if (len > sizeof(buf)) return EINVAL;
     std::memcpy(buf, x, n);
     std::memset(buf + n, 0xFF, len - n);
-    k = Val(buf, len);
-    int rc = CursorGet(c, &k, &v, MDB_SET_RANGE);
-    if (rc == MDB_NOTFOUND) return CursorGet(c, &k, &v, MDB_LAST);
+    k = ValOf(buf, len);
+    int rc = c.Get(&k, &v, MDB_SET_RANGE);
+    if (rc == MDB_NOTFOUND) return c.Get(&k, &v, MDB_LAST);
     if (rc != 0) return rc;
     if (Equals(k, buf, len)) return 0;
-    return CursorGet(c, &k, &v, MDB_PREV);
+    return c.Get(&k, &v, MDB_PREV);
 }
 
 int Store::Get(uint32_t address, StoredRecord& out) {
-    MDB_val k = Val(&address, 4), v;
-    int rc = TableGet(txn_, env_.records(), &k, &v);
+    Val k = ValOf(&address, 4), v;
+    int rc = txn_.Get(env_.records(), &k, &v);
     if (rc != 0) return rc;
     return DecodeRecord(v, address, out, def().Checksummed()) ? 0 : MDB_CORRUPTED;
 }
@@ -190,16 +184,16 @@ Status Store::PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, co
         const uint8_t* head = reinterpret_cast<const uint8_t*>(scratch_.data());
         StoreLe32(p + len, ValueCrc(key, 4, head, n));
     }
-    MDB_val k = Val(&address, 4), v = Val(scratch_.data(), scratch_.size());
+    Val k = ValOf(&address, 4), v = ValOf(scratch_.data(), scratch_.size());
     NoteRecord(address);
-    int rc = mdb_put(txn_, env_.records(), &k, &v, flags);
+    int rc = txn_.Put(env_.records(), &k, &v, flags);
     if (rc == MDB_KEYEXIST) return RM_IO_ERROR;  // addresses are never reused
     return StatusOf(rc);
 }
 
 Status Store::Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& conflict) {
-    MDB_val k = Val(e.bytes, key.length), v;
-    int rc = TableGet(txn_, IndexDbi(key), &k, &v);
+    Val k = ValOf(e.bytes, key.length), v;
+    int rc = txn_.Get(IndexTable(key), &k, &v);
     if (rc == MDB_NOTFOUND) {
         conflict = false;
         return RM_OK;
@@ -209,8 +203,8 @@ Status Store::Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& 
     return RM_OK;
 }
 
-MDB_val Store::EntryValue(const KeyDef& key, const Entry& e, uint32_t address, uint32_t version,
-                          const uint8_t* data, uint32_t len) {
+Val Store::EntryValue(const KeyDef& key, const Entry& e, uint32_t address, uint32_t version,
+                      const uint8_t* data, uint32_t len) {
     if (!key.clustered) {
         value_.assign(reinterpret_cast<const char*>(&address), 4);
     } else {
@@ -225,45 +219,43 @@ MDB_val Store::EntryValue(const KeyDef& key, const Entry& e, uint32_t address, u
         uint8_t* p = reinterpret_cast<uint8_t*>(value_.data());
         StoreLe32(p + n, ValueCrc(e.bytes, e.len, p, n));
     }
-    return Val(value_.data(), value_.size());
+    return ValOf(value_.data(), value_.size());
 }
 
 Status Store::AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint32_t address,
                        uint32_t version, const uint8_t* data, uint32_t len) {
-    MDB_dbi dbi = IndexDbi(key);
+    Table table = IndexTable(key);
     if (key.Duplicates()) {
         // A value seen for the first time raises the key's count of distinct values.
-        MDB_cursor* c;
-        if (int rc = mdb_cursor_open(txn_, dbi, &c)) return StatusOf(rc);
-        MDB_val k, v;
+        Cursor c;
+        if (int rc = c.Open(txn_, table)) return StatusOf(rc);
+        Val k, v;
         int rc = SeekFirstAtOrAfter(c, e.bytes, key.length, k, v);
-        mdb_cursor_close(c);
         if (rc != 0 && rc != MDB_NOTFOUND) return StatusOf(rc);
         if (rc == MDB_NOTFOUND || !StartsWith(k, e.bytes, key.length)) state.UniqueRef(key.id)++;
     } else {
         state.UniqueRef(key.id)++;
     }
-    MDB_val k = Val(e.bytes, e.len), v = EntryValue(key, e, address, version, data, len);
+    Val k = ValOf(e.bytes, e.len), v = EntryValue(key, e, address, version, data, len);
     NoteEntry(key, e.bytes, e.len);
-    int rc = mdb_put(txn_, dbi, &k, &v, key.Duplicates() ? 0 : MDB_NOOVERWRITE);
+    int rc = txn_.Put(table, &k, &v, key.Duplicates() ? 0 : MDB_NOOVERWRITE);
     if (rc == MDB_KEYEXIST) return RM_DUPLICATE_KEY;
     return StatusOf(rc);
 }
 
 Status Store::RemoveEntry(FileState& state, const KeyDef& key, const Entry& e) {
-    MDB_dbi dbi = IndexDbi(key);
-    MDB_val k = Val(e.bytes, e.len);
+    Table table = IndexTable(key);
+    Val k = ValOf(e.bytes, e.len);
     NoteEntry(key, e.bytes, e.len);
-    int rc = mdb_del(txn_, dbi, &k, nullptr);
+    int rc = txn_.Del(table, &k);
     if (rc == MDB_NOTFOUND) return RM_IO_ERROR;  // the index lost an entry
     if (rc != 0) return StatusOf(rc);
     bool last = true;
     if (key.Duplicates()) {
-        MDB_cursor* c;
-        if ((rc = mdb_cursor_open(txn_, dbi, &c))) return StatusOf(rc);
-        MDB_val fk, fv;
+        Cursor c;
+        if ((rc = c.Open(txn_, table))) return StatusOf(rc);
+        Val fk, fv;
         rc = SeekFirstAtOrAfter(c, e.bytes, key.length, fk, fv);
-        mdb_cursor_close(c);
         if (rc != 0 && rc != MDB_NOTFOUND) return StatusOf(rc);
         last = rc == MDB_NOTFOUND || !StartsWith(fk, e.bytes, key.length);
     }
@@ -282,13 +274,13 @@ Status Store::HighestValue(const KeyDef& key, int seg, int64_t& out) {
         if (!any || v > out) out = v;
         any = true;
     };
-    MDB_cursor* c;
+    Cursor c;
     if (seg == 0 && !key.NullKey() && !key.ManualKey()) {
         // The key's first segment orders the index by this value.
-        if (int rc = mdb_cursor_open(txn_, IndexDbi(key), &c)) return StatusOf(rc);
-        MDB_val k, v;
-        int rc = CursorGet(c, &k, &v, s.Descending() ? MDB_FIRST : MDB_LAST);
-        mdb_cursor_close(c);
+        if (int rc = c.Open(txn_, IndexTable(key))) return StatusOf(rc);
+        Val k, v;
+        int rc = c.Get(&k, &v, s.Descending() ? MDB_FIRST : MDB_LAST);
+        c.Close();
         if (rc == MDB_NOTFOUND) return RM_OK;
         if (rc != 0) return StatusOf(rc);
         StoredRecord r;
@@ -296,10 +288,10 @@ Status Store::HighestValue(const KeyDef& key, int seg, int64_t& out) {
         consider(r);
         return RM_OK;
     }
-    if (int rc = mdb_cursor_open(txn_, env_.records(), &c)) return StatusOf(rc);
-    MDB_val k, v;
+    if (int rc = c.Open(txn_, env_.records())) return StatusOf(rc);
+    Val k, v;
     int rc;
-    for (rc = CursorGet(c, &k, &v, MDB_FIRST); rc == 0; rc = CursorGet(c, &k, &v, MDB_NEXT)) {
+    for (rc = c.Get(&k, &v, MDB_FIRST); rc == 0; rc = c.Get(&k, &v, MDB_NEXT)) {
         StoredRecord r;
         uint32_t address = 0;
         std::memcpy(&address, k.mv_data, std::min<size_t>(k.mv_size, 4));
@@ -309,7 +301,6 @@ Status Store::HighestValue(const KeyDef& key, int seg, int64_t& out) {
         }
         consider(r);
     }
-    mdb_cursor_close(c);
     return rc == MDB_NOTFOUND ? RM_OK : StatusOf(rc);
 }
 
@@ -421,10 +412,10 @@ Status Store::Update(FileState& state, const StoredRecord& old, const uint8_t* d
             if (key.Duplicates()) seqs.emplace_back(key.id, c.oldSeq);
             if (key.clustered) {
                 // Same place in the index, new copy of the record.
-                MDB_val k = Val(c.oldEntry.bytes, c.oldEntry.len),
-                        v = EntryValue(key, c.oldEntry, address, newVersion, data, len);
+                Val k = ValOf(c.oldEntry.bytes, c.oldEntry.len),
+                    v = EntryValue(key, c.oldEntry, address, newVersion, data, len);
                 NoteEntry(key, c.oldEntry.bytes, c.oldEntry.len);
-                if (int rc = mdb_put(txn_, IndexDbi(key), &k, &v, 0)) return StatusOf(rc);
+                if (int rc = txn_.Put(IndexTable(key), &k, &v, 0)) return StatusOf(rc);
             }
         }
     }
@@ -442,23 +433,22 @@ Status Store::Delete(FileState& state, const StoredRecord& old) {
     for (auto& [key, e] : entries)
         if (Status st = RemoveEntry(state, *key, e)) return st;
     uint32_t address = old.address;
-    MDB_val k = Val(&address, 4);
+    Val k = ValOf(&address, 4);
     NoteRecord(address);
-    if (int rc = mdb_del(txn_, env_.records(), &k, nullptr)) return StatusOf(rc);
+    if (int rc = txn_.Del(env_.records(), &k)) return StatusOf(rc);
     if (state.records > 0) state.records--;
     return RM_OK;
 }
 
 Status Store::BuildIndex(FileState& state, const KeyDef& key) {
-    MDB_cursor* c;
-    if (int rc = mdb_cursor_open(txn_, env_.records(), &c)) return StatusOf(rc);
-    MDB_val k, v;
+    Cursor c;
+    if (int rc = c.Open(txn_, env_.records())) return StatusOf(rc);
+    Val k, v;
     int rc;
     Status st = RM_OK;
     std::vector<uint8_t> copy;
     Seqs seqs;
-    for (rc = CursorGet(c, &k, &v, MDB_FIRST); rc == 0 && st == RM_OK;
-         rc = CursorGet(c, &k, &v, MDB_NEXT)) {
+    for (rc = c.Get(&k, &v, MDB_FIRST); rc == 0 && st == RM_OK; rc = c.Get(&k, &v, MDB_NEXT)) {
         StoredRecord r;
         uint32_t address = 0;
         std::memcpy(&address, k.mv_data, 4);
@@ -485,8 +475,8 @@ Status Store::BuildIndex(FileState& state, const KeyDef& key) {
                 st = PutRecord(address, version, seqs, copy.data(), uint32_t(copy.size()), 0);
             if (st == RM_OK) {
                 // The put may have moved the cursor's page; find our place again.
-                k = Val(&address, 4);
-                rc = CursorGet(c, &k, &v, MDB_SET);
+                k = ValOf(&address, 4);
+                rc = c.Get(&k, &v, MDB_SET);
                 if (rc != 0) break;
             }
         } else {
@@ -494,7 +484,6 @@ Status Store::BuildIndex(FileState& state, const KeyDef& key) {
             st = AddEntry(state, key, e, address, r.version, r.data, r.length);
         }
     }
-    mdb_cursor_close(c);
     if (st != RM_OK) return st;
     return rc == MDB_NOTFOUND ? RM_OK : StatusOf(rc);
 }

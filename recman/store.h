@@ -13,8 +13,6 @@
 // disk are noticed on every read instead of being returned as data.
 #pragma once
 
-#include <lmdb.h>
-
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -23,6 +21,7 @@
 #include "recman/changes.h"
 #include "recman/filedef.h"
 #include "recman/fileenv.h"
+#include "recman/kv.h"
 #include "recman/recman.h"
 
 namespace recman {
@@ -44,12 +43,12 @@ inline constexpr size_t kChecksumSize = 4;
 
 // Reads a stored record; false when it is malformed or, with `checked`, when
 // its checksum does not match.
-bool DecodeRecord(const MDB_val& v, uint32_t address, StoredRecord& out, bool checked);
+bool DecodeRecord(const Val& v, uint32_t address, StoredRecord& out, bool checked);
 // The record copy in an entry `k` of the clustered key: address, version, bytes.
-bool DecodeClustered(const MDB_val& k, const MDB_val& v, StoredRecord& out, bool checked);
+bool DecodeClustered(const Val& k, const Val& v, StoredRecord& out, bool checked);
 // Whether an entry `k` of another key is whole: its value is the address,
 // and with `checked` the checksum after it.
-bool EntryIntact(const MDB_val& k, const MDB_val& v, bool checked);
+bool EntryIntact(const Val& k, const Val& v, bool checked);
 
 struct Entry {
     uint8_t bytes[kMaxEntry];
@@ -62,14 +61,13 @@ inline size_t EntryLength(const KeyDef& key) {
     return key.length + (key.Duplicates() ? 8 : 0);
 }
 
-// Positioning of an LMDB cursor relative to `x`, which is a whole entry or the
+// Positioning of a cursor relative to `x`, which is a whole entry or the
 // sort form alone (then it stands for every entry that begins with it).
 // `entryLen` is the length of the index's entries. MDB_NOTFOUND when nothing fits.
-int SeekFirstAtOrAfter(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v);
-int SeekFirstAfter(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k, MDB_val& v);
-int SeekLastBefore(MDB_cursor* c, const void* x, size_t n, MDB_val& k, MDB_val& v);
-int SeekLastAtOrBefore(MDB_cursor* c, const void* x, size_t n, size_t entryLen, MDB_val& k,
-                       MDB_val& v);
+int SeekFirstAtOrAfter(Cursor& c, const void* x, size_t n, Val& k, Val& v);
+int SeekFirstAfter(Cursor& c, const void* x, size_t n, size_t entryLen, Val& k, Val& v);
+int SeekLastBefore(Cursor& c, const void* x, size_t n, Val& k, Val& v);
+int SeekLastAtOrBefore(Cursor& c, const void* x, size_t n, size_t entryLen, Val& k, Val& v);
 
 // The sequence of `id` among (index id, sequence) pairs; 0 when absent.
 uint64_t SeqIn(const std::vector<std::pair<uint16_t, uint64_t>>& seqs, uint16_t id);
@@ -89,7 +87,7 @@ inline void TouchPage(const void* at, uintptr_t& page) {
 }
 
 // The address an index entry points at (the first 4 bytes of its value).
-inline uint32_t AddressOf(const MDB_val& v) {
+inline uint32_t AddressOf(const Val& v) {
     uint32_t a = 0;
     if (v.mv_size >= 4) std::memcpy(&a, v.mv_data, 4);
     return a;
@@ -98,11 +96,11 @@ inline uint32_t AddressOf(const MDB_val& v) {
 class Store {
   public:
     // `changes`, when given, notes every key written (for a commit journal).
-    Store(FileEnv& env, MDB_txn* txn, ChangeSet* changes = nullptr)
+    Store(FileEnv& env, Txn txn, ChangeSet* changes = nullptr)
         : env_(env), txn_(txn), changes_(changes) {}
 
     const FileDef& def() const { return env_.def(); }
-    MDB_txn* txn() const { return txn_; }
+    Txn txn() const { return txn_; }
 
     // The record at `address`; MDB_NOTFOUND when there is none.
     int Get(uint32_t address, StoredRecord& out);
@@ -128,13 +126,13 @@ class Store {
     // carries the record's version and bytes.
     Status AddEntry(FileState& state, const KeyDef& key, const Entry& e, uint32_t address,
                     uint32_t version, const uint8_t* data, uint32_t len);
-    MDB_val EntryValue(const KeyDef& key, const Entry& e, uint32_t address, uint32_t version,
-                       const uint8_t* data, uint32_t len);
+    Val EntryValue(const KeyDef& key, const Entry& e, uint32_t address, uint32_t version,
+                   const uint8_t* data, uint32_t len);
     Status RemoveEntry(FileState& state, const KeyDef& key, const Entry& e);
     Status Conflicts(const KeyDef& key, const Entry& e, uint32_t self, bool& conflict);
     Status PutRecord(uint32_t address, uint32_t version, const Seqs& seqs, const uint8_t* data,
                      uint32_t len, unsigned flags);
-    MDB_dbi IndexDbi(const KeyDef& key) const { return env_.Index(key.id); }
+    Table IndexTable(const KeyDef& key) const { return env_.Index(key.id); }
     void NoteRecord(const uint32_t& address) {
         if (changes_) changes_->Note(ChangeDb::Records, 0, &address, 4);
     }
@@ -143,7 +141,7 @@ class Store {
     }
 
     FileEnv& env_;
-    MDB_txn* txn_;
+    Txn txn_;
     ChangeSet* changes_;
     std::string scratch_;
     std::string value_;
