@@ -167,6 +167,14 @@ Status Engine::Check(const std::string& path, std::vector<std::string>& problems
     std::lock_guard<std::mutex> lk(mu_);
     if (forked_) AfterFork();
     problems.clear();
+    if (server_) {
+        // A server keeps its own pages: the check walks records and keys.
+        std::shared_ptr<FileEnv> env;
+        if (Status st = AcquireEnv(path, env)) return st;
+        Txn txn;
+        if (Status st = env->Snapshot(txn)) return st;
+        return Checker(*env, txn, problems).Run();
+    }
     // The structure first, read page by page without trusting it; only a
     // file whose structure holds is walked through the storage library.
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);

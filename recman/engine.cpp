@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "recman/bytes.h"
+#include "recman/pg_storage.h"
 #include "recman/recman.h"
 #include "recman/status.h"
 
@@ -81,7 +82,7 @@ Engine& Engine::Instance() {
     return *e;
 }
 
-Engine::Engine() : token_(NewToken()) {
+Engine::Engine() : server_(!pg::ServerFromEnv().empty()), token_(NewToken()) {
     pthread_atfork(ForkPrepare, ForkParent, ForkChild);
     StartReaper();
 }
@@ -113,10 +114,18 @@ void Engine::AfterFork() {
     }
     for (auto& [id, weak] : envs_)
         if (auto env = weak.lock()) env->Abandon();
+    for (auto& [path, weak] : serverEnvs_)
+        if (auto env = weak.lock()) env->Abandon();
     handles_.clear();
     freeHandles_.clear();
     envs_.clear();
+    serverEnvs_.clear();
+    // The connections are the parent's: their sockets stay open for it.
+    for (auto& [key, c] : clients_)
+        (void)c->server.release();
     clients_.clear();
+    pg::AbandonMainSession();
+    ServerForgetLocks();
     lastClient_ = nullptr;
     keeper_ = nullptr;  // its thread stayed with the parent
     token_ = NewToken();
@@ -174,8 +183,10 @@ int16_t Engine::Call(uint16_t op, void* pos, void* data, uint32_t* dataLen, void
     std::shared_ptr<FileEnv> queueEnv;
     for (int fresh = 0;;) {
         queueHeld_ = queue ? queueEnv.get() : nullptr;
+        ++g_engineCall;
         Status st = Dispatch(r);
         queueHeld_ = nullptr;
+        if (st == RM_SESSION_INVALID) DropLostTransaction(*r.client);
         queue.reset();
         queueEnv = std::move(queueWanted_);  // the file whose queue the request waits for
         if (st >= 0) return int16_t(st);
@@ -339,6 +350,19 @@ void Engine::ResetClient(Client& c) {
 }
 
 Status Engine::AcquireEnv(const std::string& path, std::shared_ptr<FileEnv>& out) {
+    if (server_) {
+        // A file on a server is its path in the catalogue.
+        auto it = serverEnvs_.find(path);
+        if (it != serverEnvs_.end()) {
+            if ((out = it->second.lock())) return RM_OK;
+            serverEnvs_.erase(it);
+        }
+        std::unique_ptr<FileEnv> env;
+        if (Status st = FileEnv::Open(path, env)) return st;
+        out = std::shared_ptr<FileEnv>(std::move(env));
+        serverEnvs_[path] = out;
+        return RM_OK;
+    }
     struct stat sb {};
     if (::stat(path.c_str(), &sb) != 0)
         return (errno == ENOENT || errno == ENOTDIR) ? RM_FILE_NOT_FOUND : RM_IO_ERROR;
@@ -356,6 +380,16 @@ Status Engine::AcquireEnv(const std::string& path, std::shared_ptr<FileEnv>& out
 }
 
 bool Engine::FileInUse(const std::string& path) {
+    if (server_) {
+        auto it = serverEnvs_.find(path);
+        if (it != serverEnvs_.end() && !it->second.expired()) return true;
+        pg::Session* s;
+        int64_t id;
+        if (pg::MainSession(s, true) || pg::LookupFile(*s, path, id)) return false;
+        LockFile probe;
+        probe.OpenServer(id);
+        return !probe.TryLock(kOpenLockByte, true);
+    }
     struct stat sb {};
     if (::stat(path.c_str(), &sb) != 0) return false;
     auto it = envs_.find(std::make_pair(sb.st_dev, sb.st_ino));
@@ -442,7 +476,7 @@ Status Engine::RecordCursor(Handle& h, Txn txn, bool shared, CursorRef& out) {
     return RM_OK;
 }
 
-Status Engine::TakeLock(Handle& h, uint32_t address, uint16_t bias, bool shared) {
+Status Engine::TakeLock(Handle& h, uint32_t address, uint32_t version, uint16_t bias, bool shared) {
     LockKind kind = (bias == RM_LOCK_SINGLE_WAIT || bias == RM_LOCK_SINGLE_NOWAIT)
                         ? LockKind::Single
                         : LockKind::Multiple;
@@ -454,7 +488,7 @@ Status Engine::TakeLock(Handle& h, uint32_t address, uint16_t bias, bool shared)
     if (!h.lock.TryLock(kRecordLockBase + address, true)) return kBlockedByLock;
     // The lock's last holder may have committed a change to the record after
     // the snapshot this read saw began: give the lock back and read again.
-    if (shared && h.env->SnapshotStale()) {
+    if (shared && h.env->ChangedSince(address, version)) {
         h.lock.Unlock(kRecordLockBase + address);
         return kReadAgain;
     }

@@ -16,6 +16,7 @@
 #include "recman/fileenv.h"
 #include "recman/handle.h"
 #include "recman/keeper.h"
+#include "recman/pg_session.h"
 #include "recman/recman.h"
 #include "recman/recovery.h"
 #include "recman/status.h"
@@ -105,11 +106,23 @@ class Engine {
     // a wait in the kernel that Call runs before it sends the request again.
     Status EnterQueue(const std::shared_ptr<FileEnv>& env, bool& own);
 
+    // Files in a server's database (RECMAN_SERVER) instead of on disk.
+    bool server_ = false;
+    // The client's own connection, for its transactions.
+    Status ClientSession(Client& c, pg::Session*& out);
+    Status JoinServerFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*& out);
+    void EndServerFiles(Client& c, bool commit, Status& st);
+    // A connection found lost: the client's transaction went with it.
+    void DropLostTransaction(Client& c);
+
     // Transactions.
     Keeper& TxnKeeper();
     TxnFile* FindTxnFile(Client& c, const FileEnv* env);
     Status JoinFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*& out);
     void EndFiles(Client& c, bool commit, Status& st);
+    // Gives back the record locks taken inside the client's transaction, and
+    // forgets the transaction.
+    void ReleaseTxnLocks(Client& c);
 
     // Commit journals (ops_journal.cpp). A transaction that changed several
     // files ends through one; every file's storage transaction ends in it.
@@ -131,13 +144,15 @@ class Engine {
     // Locks.
     // `shared`: the record was read through the shared snapshot, which must
     // still be current once the lock is held.
-    Status TakeLock(Handle& h, uint32_t address, uint16_t bias, bool shared);
+    // `version`: the version of the record as read.
+    Status TakeLock(Handle& h, uint32_t address, uint32_t version, uint16_t bias, bool shared);
     Status CheckNotLockedByOther(Handle& h, uint32_t address);
 
     // Operations.
     Status Open(Request& r);
     Status Close(Request& r);
     Status Create(Request& r);
+    Status CreateOnServer(Request& r, const std::string& path);
     Status Stat(Request& r);
     Status Version(Request& r);
     Status Reset(Request& r);
@@ -169,6 +184,7 @@ class Engine {
     std::vector<std::unique_ptr<Handle>> handles_;  // by handle number - 1
     std::vector<uint32_t> freeHandles_;
     std::map<std::pair<dev_t, ino_t>, std::weak_ptr<FileEnv>> envs_;
+    std::map<std::string, std::weak_ptr<FileEnv>> serverEnvs_;  // by path
     uint32_t token_ = 0;  // marks this process's position blocks
     Client* lastClient_ = nullptr;
     // The writer queue of the call under way: the file whose queue it wants,
@@ -206,6 +222,17 @@ template <class F>
 Status Engine::RunSingleWrite(Handle& h, F&& change) {
     FileEnv& env = *h.env;
     if (env.txnOwner && env.txnOwner != h.client) return kBlockedByWriter;
+    if (env.server()) {
+        // The server orders the writers (see fileenv_pg.cpp).
+        Txn txn;
+        FileState state;
+        if (Status st = env.BeginWrite(txn, state)) return st;
+        Store store(env, txn);
+        Status st = change(store, state);
+        if (st == RM_OK) return env.CommitWrite(txn, state);
+        env.AbortWrite(txn);
+        return st;
+    }
     bool ownQueue = false;
     if (Status st = EnterQueue(h.env, ownQueue)) return st;
     if (!env.TryWriterSlot()) {

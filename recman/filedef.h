@@ -59,7 +59,8 @@ struct FileDef {
     // to the current one.
     uint16_t formatVersion = kFormatVersion;
 
-    bool Checksummed() const { return formatVersion >= 2; }
+    bool onServer = false;  // kept by a server (not stored with the definition)
+    bool Checksummed() const { return formatVersion >= 2 && !onServer; }
 
     bool VarLength() const { return flags & 0x0001; }
     const KeyDef* FindKey(int number) const;

@@ -14,6 +14,7 @@
 #include "recman/bytes.h"
 #include "recman/guard.h"
 #include "recman/journal_file.h"
+#include "recman/pg_storage.h"
 #include "recman/recman.h"
 #include "recman/status.h"
 #include "recman/structure.h"
@@ -111,6 +112,12 @@ Status StatusOf(int rc) {
             return RM_OK;
         case MDB_MAP_FULL:
             return kMapFull;
+        case MDB_KEYEXIST:
+            return RM_DUPLICATE_KEY;  // a server finds it when the row is sent
+        case kPgRefused:
+            return RM_SERVER_ERROR;
+        case kPgLost:
+            return RM_SESSION_INVALID;
         case ENOSPC:
         case EDQUOT:
             return RM_DISK_FULL;
@@ -182,7 +189,7 @@ void FileEnv::Flush() {
 
 Status FileEnv::Open(const std::string& path, std::unique_ptr<FileEnv>& out) {
     std::unique_ptr<FileEnv> fe(new FileEnv);
-    Status st = fe->Init(path);
+    Status st = pg::ServerFromEnv().empty() ? fe->Init(path) : fe->InitServer(path);
     if (st == RM_OK) out = std::move(fe);
     return st;
 }
@@ -255,9 +262,8 @@ Status FileEnv::Init(const std::string& path) {
 }
 
 Status FileEnv::LoadState(Txn t, FileState& state) {
-    MDB_txn* txn = t.mdb();
     std::string copy;
-    int rc = ReadMetaValue(txn, meta(), kStateKey, copy);
+    int rc = ReadMetaValue(t, meta(), kStateKey, copy);
     if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
     if (rc == kGuardFault) return Damaged();
     if (rc != 0) return StatusOf(rc);
@@ -282,10 +288,9 @@ Status FileEnv::VerifyBeforeWrite() {
 }
 
 Status FileEnv::ReloadDef(Txn t, uint32_t defGen) {
-    MDB_txn* txn = t.mdb();
     if (defGen == defGen_) return RM_OK;
     std::string copy;
-    int rc = ReadMetaValue(txn, meta(), kDefKey, copy);
+    int rc = ReadMetaValue(t, meta(), kDefKey, copy);
     if (rc == MDB_NOTFOUND) return RM_NOT_A_RECMAN_FILE;
     if (rc == kGuardFault) return Damaged();
     if (rc != 0) return StatusOf(rc);
@@ -298,6 +303,8 @@ Status FileEnv::ReloadDef(Txn t, uint32_t defGen) {
                                                                           : Damaged();
     }
     def_ = std::move(def);
+    // A server keeps its own checks on its pages: records carry no checksum.
+    def_.onServer = server();
     defGen_ = defGen;
     return RM_OK;
 }
@@ -325,9 +332,16 @@ Status FileEnv::OpenIndexDbs() {
 }
 
 Table FileEnv::Index(uint16_t id) const {
+    const KeyDef* key = nullptr;
+    for (const KeyDef& k : def_.keys)
+        if (k.id == id) key = &k;
+    if (server()) {
+        if (!key) return {};
+        return {Table::Kind::Index, id, key->clustered, 0};
+    }
     auto it = indexDbi_.find(id);
     if (it == indexDbi_.end()) return {};
-    return {Table::Kind::Index, id, it->second};
+    return {Table::Kind::Index, id, key && key->clustered, it->second};
 }
 
 // A short read transaction of its own. Another process may have grown the
@@ -372,6 +386,7 @@ void FileEnv::ReleaseSnapshot() {
 }
 
 bool FileEnv::SnapshotStale() const {
+    if (server()) return false;  // each call reads the latest commit
     if (!snap_ || !snapLive_) return true;
     MDB_envinfo info;
     mdb_env_info(env_, &info);
@@ -384,6 +399,7 @@ void FileEnv::SweepSnapshot() {
 }
 
 Status FileEnv::Snapshot(Txn& out) {
+    if (server()) return ServerSnapshot(out);
     used_ = true;
     if (snap_ && snapLive_) {
         MDB_envinfo info;
@@ -427,6 +443,7 @@ Status FileEnv::Snapshot(Txn& out) {
 
 Status FileEnv::BeginWrite(Txn& out, FileState& state) {
     if (readOnly_) return RM_ACCESS_DENIED;
+    if (server()) return BeginServerWrite(serverSnap_->session(), true, out, state);
     if (Status st = VerifyBeforeWrite()) return st;
     // The snapshot is out of date once this write commits, and until then it
     // would keep the pages the write frees from being used again.
@@ -460,6 +477,7 @@ Status FileEnv::BeginWrite(Txn& out, FileState& state) {
 }
 
 Status FileEnv::CommitWrite(Txn t, const FileState& state) {
+    if (server()) return ServerCommit(t, state);
     MDB_txn* txn = t.mdb();
     if (Status st = PutState(txn, state)) {
         AbortWrite(txn);
@@ -490,6 +508,7 @@ Status FileEnv::LoadMark(Txn t, JournalId& id) {
 }
 
 bool FileEnv::MayHaveJournals() {
+    if (server()) return false;  // the server's transactions span files
     Txn txn;
     if (Snapshot(txn) != RM_OK) return true;  // look, to be safe
     Val k = ValOf(kMarkKey, sizeof(kMarkKey) - 1), v;
@@ -531,12 +550,14 @@ Status FileEnv::Commit(Txn t) {
 }
 
 uint64_t FileEnv::LastCommit() const {
+    if (server()) return 0;
     MDB_envinfo info;
     mdb_env_info(env_, &info);
     return info.me_last_txnid;
 }
 
 Status FileEnv::SyncNow() {
+    if (server()) return RM_OK;  // durability is the server's
     MDB_envinfo info;
     mdb_env_info(env_, &info);
     if (int rc = mdb_env_sync(env_, 1)) return StatusOf(rc);
@@ -545,6 +566,7 @@ Status FileEnv::SyncNow() {
 }
 
 void FileEnv::AbortWrite(Txn t) {
+    if (server()) return ServerAbort(t);
     MDB_txn* txn = t.mdb();
     mdb_txn_abort(txn);
     if (defTouched_) {
@@ -568,6 +590,7 @@ Status FileEnv::StoreDef(Txn t, FileDef def, FileState& state) {
 }
 
 Status FileEnv::CreateIndexDb(Txn t, uint16_t id) {
+    if (server()) return t.pg()->AddIndex(id);
     MDB_txn* txn = t.mdb();
     MDB_dbi dbi;
     defTouched_ = true;
@@ -577,6 +600,7 @@ Status FileEnv::CreateIndexDb(Txn t, uint16_t id) {
 }
 
 Status FileEnv::DropIndexDb(Txn t, uint16_t id) {
+    if (server()) return t.pg()->DropIndex(id);
     MDB_txn* txn = t.mdb();
     auto it = indexDbi_.find(id);
     if (it == indexDbi_.end()) return RM_IO_ERROR;
@@ -587,6 +611,11 @@ Status FileEnv::DropIndexDb(Txn t, uint16_t id) {
 }
 
 Status FileEnv::CreateFile(const std::string& path, const FileDef& def) {
+    if (!pg::ServerFromEnv().empty()) {
+        pg::Session* s;
+        if (Status st = pg::MainSession(s, true)) return st;
+        return pg::CreateFile(*s, path, def);
+    }
     std::string tmp = path + ".rmnew" + std::to_string(::getpid());
     std::string tmpLock = tmp + "-lock";
     ::unlink(tmp.c_str());

@@ -20,6 +20,11 @@
 
 namespace recman {
 
+class PgTxn;
+namespace pg {
+class Session;
+}
+
 // Counters kept with the file and changed by every write.
 struct FileState {
     uint32_t records = 0;
@@ -34,7 +39,7 @@ struct FileState {
     bool Deserialize(const void* data, size_t len);
 };
 
-// Maps an LMDB or system error to a status.
+// Maps an LMDB, server or system error to a status.
 Status StatusOf(int rc);
 
 // The absolute path of `path` with every link resolved (as far as it exists).
@@ -51,10 +56,25 @@ class FileEnv {
     FileEnv& operator=(const FileEnv&) = delete;
 
     // Opens the file at `path`; 12 when missing, 30 when it is not a record
-    // file of this format, 2 on other failures.
+    // file of this format, 2 on other failures. With RECMAN_SERVER set, the
+    // file of that path in the server's database.
     static Status Open(const std::string& path, std::unique_ptr<FileEnv>& out);
     // Writes a new, empty file for `def` at `path` (replacing what is there).
     static Status CreateFile(const std::string& path, const FileDef& def);
+
+    // The file lives in the server's database (the server's number for it),
+    // not in an LMDB file.
+    bool server() const { return serverFile_ != 0; }
+    int64_t serverFile() const { return serverFile_; }
+    // A write on the server inside a client's transaction, on the client's
+    // own connection: the file's changes join the server transaction open
+    // there (begun if none is). Ended by the caller's COMMIT or ROLLBACK,
+    // then EndServerWrite.
+    Status JoinServerWrite(pg::Session& s, Txn& out, FileState& state);
+    void EndServerWrite(Txn txn);
+    // Whether the record at `address` is other than `version` in the
+    // latest commit (server files; on disk, whether the snapshot is stale).
+    bool ChangedSince(uint32_t address, uint32_t version);
 
     const std::string& path() const { return path_; }
     // The file's absolute path with every link resolved, as found at open.
@@ -65,8 +85,8 @@ class FileEnv {
 
     // The definition as of the last transaction that looked at the file.
     const FileDef& def() const { return def_; }
-    Table records() const { return {Table::Kind::Records, 0, recDbi_}; }
-    Table meta() const { return {Table::Kind::Meta, 0, metaDbi_}; }
+    Table records() const { return {Table::Kind::Records, 0, false, recDbi_}; }
+    Table meta() const { return {Table::Kind::Meta, 0, false, metaDbi_}; }
     // The index of key `id`; none when the file has no such index.
     Table Index(uint16_t id) const;
 
@@ -136,7 +156,7 @@ class FileEnv {
     // Marks the slot as held by a transaction, for locking reads elsewhere.
     bool TryTxnMark() { return writerLock_.TryLock(kTxnLockByte, true); }
     void ReleaseTxnMark() { writerLock_.Unlock(kTxnLockByte); }
-    bool TxnInOtherProcess() { return writerLock_.HeldByOther(kTxnLockByte, true); }
+    bool TxnInOtherProcess();
 
     // The client of this process whose transaction holds the writer slot.
     const void* txnOwner = nullptr;
@@ -183,6 +203,22 @@ class FileEnv {
     bool damaged_ = false;
     bool verified_ = false;
     LockFile writerLock_;
+
+    // The server storage.
+    Status InitServer(const std::string& path);
+    Status BeginServerWrite(pg::Session& s, bool single, Txn& out, FileState& state);
+    Status LoadDefinition(Txn txn, FileState& state);
+    Status ServerSnapshot(Txn& out);
+    Status ServerCommit(Txn txn, const FileState& state);
+    void ServerAbort(Txn txn);
+    int64_t serverFile_ = 0;
+    std::unique_ptr<PgTxn> serverSnap_;
+    std::vector<std::unique_ptr<PgTxn>> serverWrites_;
+    uint64_t serverCall_ = 0;  // the engine call the snapshot last served
 };
+
+// Numbers the engine's calls, so that the server storage's snapshot knows a
+// new call from a later step of the same one.
+extern uint64_t g_engineCall;
 
 }  // namespace recman

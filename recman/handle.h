@@ -10,6 +10,7 @@
 #include "recman/fileenv.h"
 #include "recman/kv.h"
 #include "recman/oslock.h"
+#include "recman/pg_session.h"
 #include "recman/store.h"
 
 namespace recman {
@@ -101,6 +102,9 @@ struct Client {
     ClientKey key{};
     std::vector<Handle*> handles;
     Transaction txn;
+    // With server storage, the connection that carries this client's
+    // transactions (made at its first one).
+    std::unique_ptr<pg::Session> server;
 };
 
 }  // namespace recman

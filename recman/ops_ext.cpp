@@ -113,7 +113,7 @@ Status Engine::Extended(Request& r) {
             if (out.size() + entrySize > capacity) break;  // the next entry does not fit
             if (r.lock) {
                 bool held = h->Holds(rec.address);
-                Status ls = TakeLock(*h, rec.address, r.lock, shared);
+                Status ls = TakeLock(*h, rec.address, rec.version, r.lock, shared);
                 if (ls == RM_INCOMPATIBLE_LOCK) return ls;
                 if (ls == kReadAgain) {
                     // Newer commits than the records gathered: start over.

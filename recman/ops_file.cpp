@@ -9,6 +9,7 @@
 
 #include "recman/bytes.h"
 #include "recman/engine.h"
+#include "recman/pg_storage.h"
 
 namespace recman {
 
@@ -77,7 +78,10 @@ Status Engine::Open(Request& r) {
         }
     }
     auto h = std::make_unique<Handle>();
-    if (!h->lock.Open(path)) return RM_IO_ERROR;
+    if (env->server())
+        h->lock.OpenServer(env->serverFile());
+    else if (!h->lock.Open(path))
+        return RM_IO_ERROR;
     if (!h->lock.TryLock(kOpenLockByte, exclusive)) return RM_INCOMPATIBLE_MODE;
     h->client = r.client;
     h->env = std::move(env);
@@ -119,6 +123,7 @@ Status Engine::Create(Request& r) {
     if (!r.key) return RM_KEY_BUFFER_TOO_SHORT;
     std::string path = TextIn(r.key, r.keyLen);
     if (path.empty()) return RM_INVALID_FILE_NAME;
+    if (server_) return CreateOnServer(r, path);
     struct stat sb {};
     bool exists = ::stat(path.c_str(), &sb) == 0;
     if (r.keyNum == RM_CREATE_REMOVE) {
@@ -141,6 +146,31 @@ Status Engine::Create(Request& r) {
         if (FileInUse(path)) return RM_INCOMPATIBLE_MODE;
     }
     return FileEnv::CreateFile(path, def);
+}
+
+Status Engine::CreateOnServer(Request& r, const std::string& path) {
+    pg::Session* s;
+    if (Status st = pg::MainSession(s, true)) return st;
+    int64_t id = 0;
+    Status found = pg::LookupFile(*s, path, id);
+    if (found != RM_OK && found != RM_FILE_NOT_FOUND) return found;
+    bool exists = found == RM_OK;
+    if (r.keyNum == RM_CREATE_REMOVE) {
+        if (!exists) return RM_FILE_NOT_FOUND;
+        if (FileInUse(path)) return RM_INCOMPATIBLE_MODE;
+        return pg::RemoveFile(*s, path);
+    }
+    if (r.keyNum != RM_CREATE_REPLACE && r.keyNum != RM_CREATE_NO_REPLACE)
+        return RM_INVALID_OPERATION;
+    if (!r.data) return RM_DATA_BUFFER_TOO_SHORT;
+    FileDef def;
+    if (Status st = ParseCreateSpec(r.data, r.DataLen(), def)) return st;
+    def.formatVersion = createVersion_;
+    if (exists) {
+        if (r.keyNum == RM_CREATE_NO_REPLACE) return RM_FILE_EXISTS;
+        if (FileInUse(path)) return RM_INCOMPATIBLE_MODE;
+    }
+    return pg::CreateFile(*s, path, def);
 }
 
 void Engine::SetCreateVersionForComparison(uint16_t version) {
@@ -181,7 +211,10 @@ Status Engine::Version(Request& r) {
     };
     entry(0, 8, 0, 'N');  // requester
     entry(1, 8, 0, 'U');  // local engine
-    entry(2, 0, 0, 0);    // no remote engine
+    if (server_)
+        entry(2, 8, 0, 'S');  // the server storage
+    else
+        entry(2, 0, 0, 0);  // no remote engine
     *r.dataLen = 15;
     return RM_OK;
 }

@@ -30,7 +30,7 @@ Status FetchRecord(Cursor& c, uint32_t address, StoredRecord& rec, bool checked)
 Status Engine::Deliver(Request& r, Handle& h, const StoredRecord& rec, const KeyDef* path,
                        const Val* entry, bool shared) {
     if (r.lock)
-        if (Status st = TakeLock(h, rec.address, r.lock, shared)) return st;
+        if (Status st = TakeLock(h, rec.address, rec.version, r.lock, shared)) return st;
     Status st = RM_OK;
     if (!r.keyOnly) {
         uint32_t n = std::min(r.DataLen(), rec.length);

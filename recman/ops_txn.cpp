@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "recman/engine.h"
+#include "recman/pg_storage.h"
 
 namespace recman {
 
@@ -22,6 +23,7 @@ Status Engine::JoinFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*
     if ((out = FindTxnFile(c, env.get()))) return RM_OK;
     if (env->readOnlyStorage()) return RM_ACCESS_DENIED;
     if (env->txnOwner) return kBlockedByWriter;  // another client of this process
+    if (env->server()) return JoinServerFile(c, env, out);
     bool ownQueue = false;
     if (Status st = EnterQueue(env, ownQueue)) return st;
     Status st = RM_OK;
@@ -62,6 +64,7 @@ Status Engine::JoinFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*
 // left as it was; one changed file takes one storage commit; several go
 // through a commit journal, all or none.
 void Engine::EndFiles(Client& c, bool commit, Status& st) {
+    if (server_) return EndServerFiles(c, commit, st);
     st = RM_OK;
     std::vector<TxnFile*> changed;
     for (TxnFile& f : c.txn.files) {
@@ -95,12 +98,71 @@ void Engine::EndFiles(Client& c, bool commit, Status& st) {
         f.env->ReleaseTxnMark();
         f.env->ReleaseWriterSlot();
     }
+    ReleaseTxnLocks(c);
+}
+
+void Engine::ReleaseTxnLocks(Client& c) {
     for (const Transaction::Lock& l : c.txn.locks) {
         if (l.handle == 0 || l.handle > handles_.size()) continue;
         Handle* h = handles_[l.handle - 1].get();
         if (h && h->generation == l.generation) h->ReleaseLock(l.address);
     }
     c.txn = Transaction{};
+}
+
+// ---- Transactions on a server: the server's own, across files -------------
+
+Status Engine::ClientSession(Client& c, pg::Session*& out) {
+    if (!c.server) {
+        if (Status st = pg::Session::Connect(pg::ServerFromEnv(), c.server)) return st;
+    } else if (!c.server->alive()) {
+        if (Status st = c.server->Reconnect()) return st;
+    }
+    out = c.server.get();
+    return RM_OK;
+}
+
+Status Engine::JoinServerFile(Client& c, const std::shared_ptr<FileEnv>& env, TxnFile*& out) {
+    pg::Session* s;
+    if (Status st = ClientSession(c, s)) return st;
+    TxnFile f;
+    f.env = env;
+    if (Status st = env->JoinServerWrite(*s, f.txn, f.state)) return st;
+    env->txnOwner = &c;
+    c.txn.files.push_back(std::move(f));
+    out = &c.txn.files.back();
+    return RM_OK;
+}
+
+void Engine::EndServerFiles(Client& c, bool commit, Status& st) {
+    st = RM_OK;
+    for (TxnFile& f : c.txn.files)
+        if (commit && f.doomed && st == RM_OK) st = f.doomed;
+    if (st != RM_OK) commit = false;
+    // Each file's counters go in, then one commit makes all of it durable.
+    for (TxnFile& f : c.txn.files)
+        if (commit && st == RM_OK) st = f.env->CommitWrite(f.txn, f.state);
+    if (st != RM_OK) commit = false;
+    if (c.server && c.server->InTransaction()) {
+        Status cs = c.server->Script(commit ? "COMMIT" : "ROLLBACK");
+        if (commit && st == RM_OK) st = cs;
+    }
+    for (TxnFile& f : c.txn.files) {
+        f.env->EndServerWrite(f.txn);
+        f.env->txnOwner = nullptr;
+    }
+    ReleaseTxnLocks(c);
+}
+
+void Engine::DropLostTransaction(Client& c) {
+    if (!server_ || !c.txn.active) return;
+    if (c.server && c.server->alive()) return;
+    // Nothing of it was committed, and its locks went with the connection.
+    for (TxnFile& f : c.txn.files) {
+        f.env->EndServerWrite(f.txn);
+        f.env->txnOwner = nullptr;
+    }
+    ReleaseTxnLocks(c);
 }
 
 Status Engine::BeginTransaction(Request& r) {

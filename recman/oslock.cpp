@@ -28,6 +28,7 @@ struct flock Range(off_t at, short type) {
 
 LockFile::~LockFile() {
     if (fd_ >= 0) ::close(fd_);
+    if (serverFile_) ServerUnlock(serverFile_, -1, this);  // every lock it holds
 }
 
 LockFile& LockFile::operator=(LockFile&& o) noexcept {
@@ -52,6 +53,7 @@ bool LockFile::Open(const std::string& path) {
 }
 
 bool LockFile::TryLock(off_t at, bool exclusive) {
+    if (serverFile_) return ServerTryLock(serverFile_, at, exclusive, this);
     // A description opened read-only can hold only shared locks; it then
     // stands in with a shared lock, which still keeps exclusive holders out.
     short type = (exclusive && writable_) ? F_WRLCK : F_RDLCK;
@@ -63,12 +65,14 @@ bool LockFile::TryLock(off_t at, bool exclusive) {
 }
 
 void LockFile::Unlock(off_t at) {
+    if (serverFile_) return ServerUnlock(serverFile_, at, this);
     struct flock fl = Range(at, F_UNLCK);
     while (::fcntl(fd_, F_OFD_SETLK, &fl) != 0 && errno == EINTR) {
     }
 }
 
 bool LockFile::HeldByOther(off_t at, bool exclusive) {
+    if (serverFile_) return ServerHeldByOther(serverFile_, at, exclusive, this);
     struct flock fl = Range(at, exclusive ? F_WRLCK : F_RDLCK);
     if (::fcntl(fd_, F_OFD_GETLK, &fl) != 0) return false;
     return fl.l_type != F_UNLCK;

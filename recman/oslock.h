@@ -19,6 +19,13 @@ inline constexpr off_t kTxnLockByte = kOpenLockByte + 2;      // a transaction h
 inline constexpr off_t kQueueLockByte = kOpenLockByte + 3;    // writers queue here for the slot
 inline constexpr off_t kRecordLockBase = kOpenLockByte + 16;  // + record address
 
+// Locks of a file kept on a server (server storage): held by the process's
+// connection as advisory locks, and among the holders of one process here.
+bool ServerTryLock(int64_t file, off_t at, bool exclusive, const void* holder);
+void ServerUnlock(int64_t file, off_t at, const void* holder);
+bool ServerHeldByOther(int64_t file, off_t at, bool exclusive, const void* holder);
+void ServerForgetLocks();  // after fork: the parent's connection holds them
+
 class LockFile {
   public:
     LockFile() = default;
@@ -30,7 +37,9 @@ class LockFile {
 
     // Opens the file for locking; false with errno set on failure.
     bool Open(const std::string& path);
-    bool IsOpen() const { return fd_ >= 0; }
+    // Locks of the file numbered `file` on the server instead.
+    void OpenServer(int64_t file) { serverFile_ = file; }
+    bool IsOpen() const { return fd_ >= 0 || serverFile_ != 0; }
     int fd() const { return fd_; }
 
     // Non-blocking: true when granted, false when another holder conflicts.
@@ -40,10 +49,14 @@ class LockFile {
     bool HeldByOther(off_t at, bool exclusive);
     // Gives up the descriptor without closing it (a forked child inherits
     // descriptions whose locks belong to its parent).
-    void Abandon() { fd_ = -1; }
+    void Abandon() {
+        fd_ = -1;
+        serverFile_ = 0;
+    }
 
   private:
     int fd_ = -1;
+    int64_t serverFile_ = 0;
     bool writable_ = false;
 };
 

@@ -64,19 +64,28 @@ Session::~Session() {
 Status Session::Connect(const std::string& conninfo, std::unique_ptr<Session>& out,
                         std::string* error) {
     std::unique_ptr<Session> s(new Session);
-    s->conn_ = PQconnectdb(conninfo.c_str());
-    if (!s->conn_ || PQstatus(s->conn_) != CONNECTION_OK) {
-        if (error) *error = s->conn_ ? PQerrorMessage(s->conn_) : "out of memory";
-        return RM_SESSION_INVALID;
-    }
-    // The storage's statements name their tables in full and expect no
-    // notices; a session's settings are the server's defaults otherwise.
-    if (Status st = s->Script("SET client_min_messages = warning")) {
+    s->conninfo_ = conninfo;
+    if (Status st = s->Reconnect()) {
         if (error) *error = s->error_;
         return st;
     }
     out = std::move(s);
     return RM_OK;
+}
+
+Status Session::Reconnect() {
+    if (conn_) PQfinish(conn_);
+    prepared_.clear();
+    conn_ = PQconnectdb(conninfo_.c_str());
+    if (!conn_ || PQstatus(conn_) != CONNECTION_OK) {
+        error_ = conn_ ? PQerrorMessage(conn_) : "out of memory";
+        alive_ = false;
+        return RM_SESSION_INVALID;
+    }
+    alive_ = true;
+    // The storage's statements expect no notices; a session's settings are
+    // the server's defaults otherwise.
+    return Script("SET client_min_messages = warning");
 }
 
 Status Session::Fail(pg_result* r) {

@@ -75,6 +75,10 @@ class Session {
     static Status Connect(const std::string& conninfo, std::unique_ptr<Session>& out,
                           std::string* error = nullptr);
 
+    // Connects again after the connection was lost (statements are
+    // prepared afresh); what the lost one held on the server is gone.
+    Status Reconnect();
+
     // Runs `sql` ($1, $2... for the parameters), prepared on first use.
     // RM_OK, RM_SESSION_INVALID when the connection is gone, or
     // RM_SERVER_ERROR with the refusal's SQLSTATE in sqlState().
@@ -97,6 +101,7 @@ class Session {
     Session() = default;
     Status Fail(pg_result* r);
 
+    std::string conninfo_;
     pg_conn* conn_ = nullptr;
     bool alive_ = true;
     std::unordered_map<std::string, std::string> prepared_;  // SQL -> statement name

@@ -217,7 +217,9 @@ TEST_F(ProcessTest, TransactionHoldsTheFileUntilItEndsOrDies) {
             finish.Send();
             ended.Wait();
         }
-        ASSERT_EQ(LockedRead(h, 1, RM_LOCK_MULTI_NOWAIT, rec), RM_OK);
+        // A server learns of the death when the connection closes, a moment
+        // after it: the lock is waited for.
+        ASSERT_EQ(LockedRead(h, 1, RM_LOCK_MULTI_WAIT, rec), RM_OK);
         EXPECT_EQ(rec[8], dies ? 0 : 42);
         EXPECT_EQ(LockedRead(h, 77, 0, rec), dies ? RM_KEY_NOT_FOUND : RM_OK);
         EXPECT_EQ(h.Insert(fresh), RM_OK);

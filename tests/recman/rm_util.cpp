@@ -93,6 +93,11 @@ std::array<uint8_t, 16> ClientId(uint16_t number) {
     return id;
 }
 
+bool OnServer() {
+    const char* s = std::getenv("RECMAN_SERVER");
+    return s && *s;
+}
+
 TempDir::TempDir() {
     std::string base = std::filesystem::temp_directory_path().string() + "/rmtest-XXXXXX";
     std::vector<char> tmpl(base.begin(), base.end());

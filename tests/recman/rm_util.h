@@ -44,6 +44,10 @@ uint32_t Get32(const uint8_t* p);
 // A client id block with the given client number in its last two bytes.
 std::array<uint8_t, 16> ClientId(uint16_t number);
 
+// Whether the engine keeps its files on a server (RECMAN_SERVER), where a
+// path names a file in the server's catalogue rather than on disk.
+bool OnServer();
+
 // A fresh folder under the system's temporary directory, removed afterwards.
 class TempDir {
   public:
