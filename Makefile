@@ -11,7 +11,7 @@ FUZZ_CHECK_SECONDS ?= 5
 # Records of the dbutil benchmark (make bench).
 DBUTIL_BENCH_RECORDS ?= 1000000
 
-.PHONY: all deps release demo test test-build fuzz-build fuzz stress build-matrix bench install clean
+.PHONY: all deps release demo demo-server test test-build fuzz-build fuzz stress build-matrix bench install clean
 
 all: release
 
@@ -38,6 +38,12 @@ demo: release
 	@echo
 	DBFILE_PROFILE=examples/euro_profile.ini \
 	  $(BUILD)/release/examples/company_walkthrough --report $(BUILD)/demo
+
+# The same walkthrough with its files in a throwaway PostgreSQL cluster
+# (RECMAN_SERVER), started in a temporary folder and removed afterwards.
+demo-server: release
+	rm -rf $(BUILD)/demo-server
+	sh scripts/pg-cluster.sh $(BUILD)/release/examples/company_walkthrough $(BUILD)/demo-server
 
 # The test build runs with AddressSanitizer and UndefinedBehaviorSanitizer.
 # Then every fuzzing target runs over its seeds and a few seconds more.

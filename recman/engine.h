@@ -152,7 +152,6 @@ class Engine {
     Status Open(Request& r);
     Status Close(Request& r);
     Status Create(Request& r);
-    Status CreateOnServer(Request& r, const std::string& path);
     Status Stat(Request& r);
     Status Version(Request& r);
     Status Reset(Request& r);

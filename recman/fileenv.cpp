@@ -610,6 +610,33 @@ Status FileEnv::DropIndexDb(Txn t, uint16_t id) {
     return StatusOf(rc);
 }
 
+Status FileEnv::Exists(const std::string& path, bool& exists) {
+    if (!pg::ServerFromEnv().empty()) {
+        pg::Session* s;
+        if (Status st = pg::MainSession(s, true)) return st;
+        int64_t id;
+        Status st = pg::LookupFile(*s, path, id);
+        exists = st == RM_OK;
+        return st == RM_FILE_NOT_FOUND ? RM_OK : st;
+    }
+    struct stat sb {};
+    exists = ::stat(path.c_str(), &sb) == 0;
+    return RM_OK;
+}
+
+Status FileEnv::RemoveFile(const std::string& path) {
+    if (!pg::ServerFromEnv().empty()) {
+        pg::Session* s;
+        if (Status st = pg::MainSession(s, true)) return st;
+        return pg::RemoveFile(*s, path);
+    }
+    std::string real = CanonicalPath(path);
+    if (::unlink(path.c_str()) != 0) return RM_IO_ERROR;
+    ::unlink((path + "-lock").c_str());
+    RemoveSidecars(real);  // journals of the file removed are moot
+    return RM_OK;
+}
+
 Status FileEnv::CreateFile(const std::string& path, const FileDef& def) {
     if (!pg::ServerFromEnv().empty()) {
         pg::Session* s;

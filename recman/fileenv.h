@@ -61,6 +61,10 @@ class FileEnv {
     static Status Open(const std::string& path, std::unique_ptr<FileEnv>& out);
     // Writes a new, empty file for `def` at `path` (replacing what is there).
     static Status CreateFile(const std::string& path, const FileDef& def);
+    // Whether there is a file at `path`, and its removal (with what lies
+    // beside it: lock table, journals).
+    static Status Exists(const std::string& path, bool& exists);
+    static Status RemoveFile(const std::string& path);
 
     // The file lives in the server's database (the server's number for it),
     // not in an LMDB file.

@@ -60,6 +60,11 @@ Status Engine::Open(Request& r) {
     bool ownerGiven = r.data && r.DataLen() > 0 &&
                       !(owner = TextIn(r.data, std::min<size_t>(r.DataLen(), 256))).empty();
 
+    if (server_) {
+        // An Open is where a lost connection is made again.
+        pg::Session* s;
+        if (Status st = pg::MainSession(s, true)) return st;
+    }
     std::shared_ptr<FileEnv> env;
     if (Status st = AcquireEnv(path, env)) return st;
     // A transaction that a dead process left half done is finished (or
@@ -123,17 +128,12 @@ Status Engine::Create(Request& r) {
     if (!r.key) return RM_KEY_BUFFER_TOO_SHORT;
     std::string path = TextIn(r.key, r.keyLen);
     if (path.empty()) return RM_INVALID_FILE_NAME;
-    if (server_) return CreateOnServer(r, path);
-    struct stat sb {};
-    bool exists = ::stat(path.c_str(), &sb) == 0;
+    bool exists = false;
+    if (Status st = FileEnv::Exists(path, exists)) return st;
     if (r.keyNum == RM_CREATE_REMOVE) {
         if (!exists) return RM_FILE_NOT_FOUND;
         if (FileInUse(path)) return RM_INCOMPATIBLE_MODE;
-        std::string real = CanonicalPath(path);
-        if (::unlink(path.c_str()) != 0) return RM_IO_ERROR;
-        ::unlink((path + "-lock").c_str());
-        RemoveSidecars(real);  // journals of the file removed are moot
-        return RM_OK;
+        return FileEnv::RemoveFile(path);
     }
     if (r.keyNum != RM_CREATE_REPLACE && r.keyNum != RM_CREATE_NO_REPLACE)
         return RM_INVALID_OPERATION;
@@ -146,31 +146,6 @@ Status Engine::Create(Request& r) {
         if (FileInUse(path)) return RM_INCOMPATIBLE_MODE;
     }
     return FileEnv::CreateFile(path, def);
-}
-
-Status Engine::CreateOnServer(Request& r, const std::string& path) {
-    pg::Session* s;
-    if (Status st = pg::MainSession(s, true)) return st;
-    int64_t id = 0;
-    Status found = pg::LookupFile(*s, path, id);
-    if (found != RM_OK && found != RM_FILE_NOT_FOUND) return found;
-    bool exists = found == RM_OK;
-    if (r.keyNum == RM_CREATE_REMOVE) {
-        if (!exists) return RM_FILE_NOT_FOUND;
-        if (FileInUse(path)) return RM_INCOMPATIBLE_MODE;
-        return pg::RemoveFile(*s, path);
-    }
-    if (r.keyNum != RM_CREATE_REPLACE && r.keyNum != RM_CREATE_NO_REPLACE)
-        return RM_INVALID_OPERATION;
-    if (!r.data) return RM_DATA_BUFFER_TOO_SHORT;
-    FileDef def;
-    if (Status st = ParseCreateSpec(r.data, r.DataLen(), def)) return st;
-    def.formatVersion = createVersion_;
-    if (exists) {
-        if (r.keyNum == RM_CREATE_NO_REPLACE) return RM_FILE_EXISTS;
-        if (FileInUse(path)) return RM_INCOMPATIBLE_MODE;
-    }
-    return pg::CreateFile(*s, path, def);
 }
 
 void Engine::SetCreateVersionForComparison(uint16_t version) {

@@ -9,6 +9,7 @@
 
 #include "recman/pg_session.h"
 #include "recman/recman.h"
+#include "rm_util.h"
 
 namespace {
 
@@ -97,6 +98,68 @@ TEST_F(ServerSession, UnreachableServerAnswersSessionInvalid) {
               RM_SESSION_INVALID);
     EXPECT_FALSE(s);
     EXPECT_FALSE(why.empty());
+}
+
+}  // namespace
+
+namespace {
+
+// Stops or starts the throwaway cluster the tests run beside.
+int Cluster(const char* action) {
+    const char* dir = std::getenv("PG_CLUSTER_DIR");
+    const char* bin = std::getenv("PG_CLUSTER_BIN");
+    const char* user = std::getenv("PG_CLUSTER_USER");
+    if (!dir || !bin) return -1;
+    std::string as = user && *user ? std::string("runuser -u ") + user + " -- " : "";
+    std::string cmd = as + bin + "/pg_ctl -D " + dir + "/data -l " + dir +
+                      "/server.log -w -m fast " + action + " >/dev/null";
+    return std::system(cmd.c_str());
+}
+
+TEST(ServerEngine, ServerStoppedAndStartedUnderClients) {
+    if (!std::getenv("PG_CLUSTER_DIR")) GTEST_SKIP() << "no throwaway cluster";
+    rmtest::TempDir dir;
+    std::string path = dir.File("ledger.dat");
+    ASSERT_EQ(rmtest::CreateFile(path, rmtest::NumberedSpec(32)), RM_OK);
+    rmtest::Handle single, inTxn(1);
+    ASSERT_EQ(single.Open(path), RM_OK);
+    ASSERT_EQ(inTxn.Open(path), RM_OK);
+    for (uint32_t id = 1; id <= 20; ++id) {
+        auto r = rmtest::Numbered(id, 32);
+        ASSERT_EQ(single.Insert(r), RM_OK);
+    }
+    // A transaction under way when the server goes.
+    ASSERT_EQ(rmtest::Txn(RM_BEGIN_TRANSACTION, inTxn.client()), RM_OK);
+    auto extra = rmtest::Numbered(100, 32);
+    ASSERT_EQ(inTxn.Insert(extra), RM_OK);
+
+    ASSERT_EQ(Cluster("stop"), 0);
+    std::vector<uint8_t> got;
+    rmtest::Put32(single.key(), 5);
+    EXPECT_EQ(single.Get(RM_GET_EQUAL, 0, got), RM_SESSION_INVALID);
+    auto more = rmtest::Numbered(21, 32);
+    EXPECT_EQ(single.Insert(more), RM_RECORD_LOCKED);  // the transaction holds the file
+    EXPECT_EQ(inTxn.Insert(more), RM_SESSION_INVALID);
+    EXPECT_EQ(single.Insert(more), RM_SESSION_INVALID);  // the transaction is gone
+    rmtest::Handle later;
+    EXPECT_EQ(later.Open(path), RM_SESSION_INVALID);  // no server to reach
+
+    ASSERT_EQ(Cluster("start"), 0);
+    // The transaction went with its connection: nothing of it was kept.
+    EXPECT_EQ(rmtest::Txn(RM_END_TRANSACTION, inTxn.client()), RM_NO_TRANSACTION);
+    ASSERT_EQ(later.Open(path), RM_OK);
+    uint32_t count = 0;
+    ASSERT_EQ(later.RecordCount(count), RM_OK);
+    EXPECT_EQ(count, 20u);  // every acknowledged insert, and only those
+    rmtest::Put32(later.key(), 100);
+    EXPECT_EQ(later.Get(RM_GET_EQUAL, 0, got), RM_KEY_NOT_FOUND);
+    rmtest::Put32(later.key(), 20);
+    ASSERT_EQ(later.Get(RM_GET_EQUAL, 0, got), RM_OK);
+    EXPECT_EQ(got, rmtest::Numbered(20, 32));
+    // Handles opened before go on once the connection is made again.
+    ASSERT_EQ(single.Insert(more), RM_OK);
+    ASSERT_EQ(inTxn.Insert(extra), RM_OK);
+    EXPECT_EQ(rmtest::Problem(path), "");
 }
 
 }  // namespace
