@@ -39,7 +39,7 @@ TEST_F(ServerSession, ValuesRoundTripInBinary) {
     ASSERT_EQ(s->Script("CREATE TEMP TABLE v (a int4, b int8, c bytea, d text)"), RM_OK);
     const uint8_t bytes[] = {0, 0xFF, 0x80, 0, 7};
     for (int32_t a : {0, -1, 2147483647, int32_t(-2147483647 - 1)}) {
-        int64_t b = int64_t(a) * 4294967296LL - 3;
+        int64_t b = int64_t(a) * 65536 - 3;
         ASSERT_EQ(s->Run("INSERT INTO v VALUES ($1, $2, $3, $4)",
                          {Param::Int4(a), Param::Int8(b), Param::Bytes(bytes, sizeof bytes),
                           Param::Text("Bristol")}),
