@@ -14,7 +14,9 @@ namespace pg {
 
 namespace {
 
-std::unique_ptr<Session> g_main;
+// Never destroyed, as the engine is not: a forked child that exits must not
+// end its parent's connection on the way out.
+Session* g_main = nullptr;
 bool g_schemaKnown = false;  // the catalogue was found or made on g_main
 
 // Serialises changes to the catalogue between processes.
@@ -33,7 +35,9 @@ const std::string& ServerFromEnv() {
 Status MainSession(Session*& out, bool reconnect) {
     if (!g_main) {
         g_schemaKnown = false;
-        if (Status st = Session::Connect(ServerFromEnv(), g_main)) return st;
+        std::unique_ptr<Session> s;
+        if (Status st = Session::Connect(ServerFromEnv(), s)) return st;
+        g_main = s.release();
     } else if (!g_main->alive()) {
         // Files opened before hold on to this connection: it is made again
         // in place.
@@ -45,13 +49,13 @@ Status MainSession(Session*& out, bool reconnect) {
         if (Status st = EnsureSchema(*g_main)) return st;
         g_schemaKnown = true;
     }
-    out = g_main.get();
+    out = g_main;
     return RM_OK;
 }
 
 void AbandonMainSession() {
     // The connection's socket belongs to the parent: leave it open.
-    (void)g_main.release();
+    g_main = nullptr;
 }
 
 std::string TableName(int64_t file) {
