@@ -44,10 +44,10 @@ void PathKey(uint8_t* key, const std::string& path) {
 bool BaseOf(const std::string& path, uint64_t& txn, std::string& state) {
     std::unique_ptr<recman::FileEnv> env;
     if (recman::FileEnv::Open(path, env)) return false;
-    MDB_txn* read;
+    recman::Txn read;
     recman::FileState s;
     if (env->Snapshot(read) || env->LoadState(read, s)) return false;
-    txn = mdb_txn_id(read);
+    txn = read.Id();
     state = s.Serialize();
     return true;
 }
