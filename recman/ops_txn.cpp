@@ -156,7 +156,7 @@ void Engine::EndServerFiles(Client& c, bool commit, Status& st) {
 
 void Engine::DropLostTransaction(Client& c) {
     if (!server_ || !c.txn.active) return;
-    if (c.server && c.server->alive()) return;
+    if (!c.server || c.server->alive()) return;  // only its own connection's loss ends it
     // Nothing of it was committed, and its locks went with the connection.
     for (TxnFile& f : c.txn.files) {
         f.env->EndServerWrite(f.txn);
